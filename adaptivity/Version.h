@@ -1,0 +1,5 @@
+#pragma once
+// The version of the slabadapt module.
+namespace slabadapt {
+const char* Version();
+}
