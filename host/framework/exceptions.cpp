@@ -1,0 +1,3 @@
+#include "host/framework/exceptions.h"
+
+void AfxThrowInvalidArgException() { throw CInvalidArgException(); }
