@@ -1,0 +1,786 @@
+#include "meer/meer.h"
+
+#include <algorithm>
+#include <cmath>
+
+namespace meerspace {
+
+namespace {
+
+constexpr const char* kSource = "meer";
+
+// Relative size below which the minor components of a node normal count as zero, so that
+// the node's frame is taken from the global axes.
+constexpr double kFrameTolerance = 0.001;
+
+// Number of terms of the recovery polynomial of a patch type.
+std::int32_t spr_terms(std::int32_t type) {
+    switch (type) {
+    case 1:
+        return 3;
+    default:
+        ERROR(kSource, __LINE__, "Unknown SPR patch type");
+    }
+}
+
+// Recovery basis at local (u, v).
+inline void spr_basis(std::int32_t type, double u, double v, double* p) {
+    switch (type) {
+    case 1:
+        p[0] = 1.0;
+        p[1] = u;
+        p[2] = v;
+        return;
+    default:
+        ERROR(kSource, __LINE__, "Unknown SPR patch type");
+    }
+}
+
+// First two components of F q, F a row-major 3 x 3 matrix.
+inline void map2(const double* f, const Elem3D& q, double& u, double& v) {
+    u = f[0] * q.x + f[1] * q.y + f[2] * q.z;
+    v = f[3] * q.x + f[4] * q.y + f[5] * q.z;
+}
+
+void set_rows(Dmtrx& frame, const double (&rows)[9]) {
+    frame.resize(3, 3);
+    frame.assign(rows);
+}
+
+void free_nodal_values(Dvctr***& values, std::int32_t n_regions, std::int32_t n_nodes) {
+    if (!values)
+        return;
+    for (std::int32_t r = 0; r < n_regions; ++r) {
+        for (std::int32_t n = 0; n < n_nodes; ++n)
+            delete values[r][n];
+        delete[] values[r];
+    }
+    delete[] values;
+    values = nullptr;
+}
+
+void free_node_normals(NODE& node, std::int32_t n_regions) {
+    if (!node.normals)
+        return;
+    for (std::int32_t r = 0; r < n_regions; ++r)
+        delete node.normals[r];
+    delete[] node.normals;
+    node.normals = nullptr;
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------
+// Records
+// ---------------------------------------------------------------------------------------
+
+NODE::NODE() : frame(3, 3) {}
+
+ELEMENT::~ELEMENT() {
+    delete[] nodes;
+    delete[] ip_coords;
+    delete normal;
+}
+
+// ---------------------------------------------------------------------------------------
+// Life cycle
+// ---------------------------------------------------------------------------------------
+
+// A copy shares the record tables and the nodal values of its source, as the engine always
+// did. Ownership stays with the source: the copy frees only what it allocates itself (its
+// own run's nodal values, tables it re-creates), so it must not outlive the source.
+MEER::MEER(const MEER& other)
+    : ipv1_kind(other.ipv1_kind), ipv2_kind(other.ipv2_kind),
+      nodal_values1(other.nodal_values1), nodal_values2(other.nodal_values2),
+      elem_error2(other.elem_error2), elem_norm2(other.elem_norm2),
+      elem_local_error(other.elem_local_error), elem_global_error(other.elem_global_error),
+      elem_error_density(other.elem_error_density), elem_size(other.elem_size),
+      elem_new_size(other.elem_new_size), enorm(other.enorm),
+      max_size_ratio(other.max_size_ratio), min_size_ratio(other.min_size_ratio),
+      patch_mode(other.patch_mode), planar(other.planar), n_regions(other.n_regions),
+      regions(other.regions), n_nodes(other.n_nodes), nodes(other.nodes),
+      n_elems(other.n_elems), elements(other.elements), owns_regions_(false),
+      owns_nodes_(false), owns_elements_(false), owns_values1_(false), owns_values2_(false) {}
+
+MEER::~MEER() {
+    if (owns_values1_)
+        free_nodal_values(nodal_values1, n_regions, n_nodes);
+    if (owns_values2_)
+        free_nodal_values(nodal_values2, n_regions, n_nodes);
+    if (owns_nodes_) {
+        for (std::int32_t n = 0; n < n_nodes; ++n) {
+            // A node without its normals array means the mesh never went through patch
+            // preparation; this is reported even here, which ends the process.
+            if (!nodes[n].normals)
+                ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
+            free_node_normals(nodes[n], n_regions);
+        }
+    }
+    if (owns_regions_)
+        delete[] regions;
+    if (owns_nodes_)
+        delete[] nodes;
+    if (owns_elements_)
+        delete[] elements;
+}
+
+void MEER::set_number_of_regions(std::int32_t n) {
+    if (owns_regions_)
+        delete[] regions;
+    regions = new REGION[n];
+    n_regions = n;
+    owns_regions_ = true;
+    for (std::int32_t i = 0; i < n; ++i)
+        regions[i].number = i;
+}
+
+void MEER::set_number_of_nodes(std::int32_t n) {
+    if (owns_nodes_ && nodes) {
+        for (std::int32_t i = 0; i < n_nodes; ++i)
+            free_node_normals(nodes[i], n_regions);
+        delete[] nodes;
+    }
+    nodes = new NODE[n];
+    n_nodes = n;
+    owns_nodes_ = true;
+    for (std::int32_t i = 0; i < n; ++i)
+        nodes[i].number = i;
+}
+
+void MEER::set_number_of_elements(std::int32_t n) {
+    if (owns_elements_)
+        delete[] elements;
+    elements = new ELEMENT[n];
+    n_elems = n;
+    owns_elements_ = true;
+    for (std::int32_t i = 0; i < n; ++i)
+        elements[i].number = i;
+}
+
+// ---------------------------------------------------------------------------------------
+// The run
+// ---------------------------------------------------------------------------------------
+
+double MEER::estimate(double target) {
+    prepare_run_hook();
+    switch (enorm) {
+    case 2:
+        ipv1_kind = MEER_IPV_DEFORMATIONS;
+        ipv2_kind = MEER_IPV_FORCES;
+        break;
+    case 4:
+        ipv1_kind = MEER_IPV_FORCES;
+        ipv2_kind = MEER_IPV_NONE;
+        break;
+    default:
+        ERROR(kSource, __LINE__, "Unknown enorm");
+    }
+    recover_nodal_values();
+    compute_element_errors();
+    return compute_refinement(target);
+}
+
+double* MEER::values_buffer(std::vector<double>& buffer, std::int32_t count, std::int32_t k) {
+    // Sized by what the count callback reports; at least k so that the first k entries can
+    // always be read (entries the callback did not write read as 0).
+    const std::size_t need = static_cast<std::size_t>(std::max(std::max(count, k), 0));
+    if (buffer.size() < need)
+        buffer.resize(need);
+    if (count < k)
+        std::fill(buffer.begin() + std::max(count, 0), buffer.begin() + k, 0.0);
+    return buffer.data();
+}
+
+// ---------------------------------------------------------------------------------------
+// Patch recovery
+// ---------------------------------------------------------------------------------------
+
+void MEER::recover_nodal_values() {
+    auto allocate = [this]() {
+        auto rows = new Dvctr**[static_cast<std::size_t>(n_regions)];
+        for (std::int32_t r = 0; r < n_regions; ++r)
+            rows[r] = new Dvctr*[static_cast<std::size_t>(n_nodes)]();
+        return rows;
+    };
+    if (ipv1_kind != 0) {
+        nodal_values1 = allocate();
+        owns_values1_ = true;
+    }
+    if (ipv2_kind != 0) {
+        nodal_values2 = allocate();
+        owns_values2_ = true;
+    }
+    Lvctr counter1(n_nodes);
+    Lvctr counter2(n_nodes);
+    patch_.reserve(static_cast<std::size_t>(4 * kMaxSuperelems + 1));
+
+    for (std::int32_t r = 0; r < n_regions; ++r) {
+        if (regions[r].n_values <= 0)
+            continue;
+        prepare_region(r);
+        for (std::int32_t n = 0; n < n_nodes; ++n) {
+            assemble_patch(nodes[n], patch_);
+            if (patch_.empty())
+                continue;
+            if (ipv1_kind != 0)
+                fit_patch(r, patch_, ipv1_kind, nodal_values1[r], counter1);
+            if (ipv2_kind != 0)
+                fit_patch(r, patch_, ipv2_kind, nodal_values2[r], counter2);
+        }
+        for (std::int32_t n = 0; n < n_nodes; ++n) {
+            if (nodes[n].kind == 0)
+                continue;
+            if (ipv1_kind != 0 && !nodal_values1[r][n])
+                ERROR(kSource, __LINE__, "values at node %ld not approximated",
+                      static_cast<long>(n) + 1);
+            if (ipv2_kind != 0 && !nodal_values2[r][n])
+                ERROR(kSource, __LINE__, "values at node %ld not approximated",
+                      static_cast<long>(n) + 1);
+            if (ipv1_kind != 0 && counter1[n] > 1)
+                nodal_values1[r][n]->divide(static_cast<double>(counter1[n]));
+            if (ipv2_kind != 0 && counter2[n] > 1)
+                nodal_values2[r][n]->divide(static_cast<double>(counter2[n]));
+        }
+    }
+}
+
+std::int32_t MEER::number_of_terms(std::int32_t r) const {
+    return spr_terms(regions[r].spr_patch_type);
+}
+
+void MEER::prepare_region(std::int32_t r) {
+    if (patch_mode != 1 && patch_mode != 2)
+        ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
+    const bool classify = patch_mode == 2;
+    if (classify && boundary_work_.size() < static_cast<std::size_t>(n_nodes))
+        boundary_work_.resize(static_cast<std::size_t>(n_nodes), 0.0);
+    const std::int32_t m = number_of_terms(r);
+    if (!planar)
+        compute_element_normals();
+
+    std::int32_t list[kMaxSuperelems];
+    for (std::int32_t n = 0; n < n_nodes; ++n) {
+        NODE& node = nodes[n];
+        node.kind = 0;
+        std::int32_t count = 0;
+        give_superelems_to_node(node.number, count, list);
+        node.elems.resize(count);
+        std::int32_t in_region = 0;
+        std::int32_t samples = 0;
+        for (std::int32_t i = 0; i < count; ++i) {
+            const ELEMENT& el = elements[list[i]];
+            if (el.region != r)
+                continue;
+            node.elems[in_region++] = list[i];
+            samples += el.n_ips1;
+        }
+        node.elems.resize(in_region); // within the capacity: the entries stay
+        if (samples == 0)
+            continue;
+        node.kind = samples < m ? 2 : 1;
+        if (!classify)
+            continue;
+
+        if (in_region == 1) {
+            const ELEMENT& el = elements[node.elems[0]];
+            if (el.n_nodes == 3)
+                node.boundary = 3;
+            else if (el.n_nodes == 4)
+                node.boundary = 2;
+            else
+                ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
+            continue;
+        }
+        // Closed-fan test: around an interior node every element shares each of its two
+        // edge neighbours with one other element, so its entries sum to n_nodes + 1. Only
+        // the entries of the fan's nodes are read, so only those are cleared.
+        double* work = boundary_work_.data();
+        for (std::int32_t i = 0; i < in_region; ++i) {
+            const ELEMENT& el = elements[node.elems[i]];
+            for (std::int32_t j = 0; j < el.n_nodes; ++j)
+                work[el.nodes[j]] = 0.0;
+        }
+        for (std::int32_t i = 0; i < in_region; ++i) {
+            const ELEMENT& el = elements[node.elems[i]];
+            for (std::int32_t j = 0; j < el.n_nodes; ++j)
+                work[el.nodes[j]] += 1.0;
+        }
+        work[n] = 0.0;
+        std::int32_t i = 0;
+        for (; i < in_region; ++i) {
+            const ELEMENT& el = elements[node.elems[i]];
+            std::int32_t sum = 0;
+            for (std::int32_t j = 0; j < el.n_nodes; ++j)
+                sum += static_cast<std::int32_t>(work[el.nodes[j]]);
+            if (sum != el.n_nodes + 1)
+                break;
+        }
+        // The class is only ever raised here, never reset: a class from an earlier region
+        // stays unless this one overwrites it.
+        if (i < in_region)
+            node.boundary = 1;
+    }
+
+    // Node frames.
+    for (std::int32_t n = 0; n < n_nodes; ++n) {
+        NODE& node = nodes[n];
+        if (!planar) {
+            if (!node.normals)
+                node.normals = new VectoR*[static_cast<std::size_t>(n_regions)]();
+            if (node.elems.size() > 0) {
+                VectoR* sum = node.normals[r];
+                if (!sum)
+                    sum = node.normals[r] = new VectoR();
+                sum->x = sum->y = sum->z = 0.0;
+                for (std::int32_t i = 0; i < node.elems.size(); ++i)
+                    sum->add(*elements[node.elems[i]].normal);
+            }
+        }
+        if (!node.normals || !node.normals[r])
+            continue;
+        VectoR& nv = *node.normals[r];
+        const double a = std::fabs(nv.x);
+        const double b = std::fabs(nv.y);
+        const double c = std::fabs(nv.z);
+        VectoR t;
+        if (a >= b && a >= c) {
+            if (nv.x == 0.0)
+                ERROR(kSource, __LINE__, "collapsed normal");
+            if (b / a < kFrameTolerance && c / a < kFrameTolerance) {
+                set_rows(node.frame, {0, 1, 0, 0, 0, 1, 1, 0, 0});
+                continue;
+            }
+            t = VectoR(0.0, nv.z, -nv.y);
+        } else if (b >= c && b >= a) {
+            if (nv.y == 0.0)
+                ERROR(kSource, __LINE__, "collapsed normal");
+            if (a / b < kFrameTolerance && c / b < kFrameTolerance) {
+                set_rows(node.frame, {0, 0, 1, 1, 0, 0, 0, 1, 0});
+                continue;
+            }
+            t = VectoR(-nv.z, 0.0, nv.x);
+        } else {
+            if (nv.z == 0.0)
+                ERROR(kSource, __LINE__, "collapsed normal");
+            if (a / c < kFrameTolerance && b / c < kFrameTolerance) {
+                // Normal along z: no local frame, the patch fits in global x and y.
+                delete node.normals[r];
+                node.normals[r] = nullptr;
+                set_rows(node.frame, {1, 0, 0, 0, 1, 0, 0, 0, 1});
+                continue;
+            }
+            t = VectoR(nv.y, -nv.x, 0.0);
+        }
+        VectoR s;
+        s.setCross(nv, t);
+        t.normalize();
+        s.normalize();
+        nv.normalize();
+        set_rows(node.frame, {t.x, t.y, t.z, s.x, s.y, s.z, nv.x, nv.y, nv.z});
+    }
+}
+
+void MEER::compute_element_normals() {
+    for (std::int32_t e = 0; e < n_elems; ++e) {
+        ELEMENT& el = elements[e];
+        if (el.normal)
+            continue;
+        const PoinT* p[4];
+        if (el.n_nodes != 3 && el.n_nodes != 4)
+            ERROR(kSource, __LINE__, "Unsupported number of nodes at element");
+        for (std::int32_t i = 0; i < el.n_nodes; ++i)
+            p[i] = &nodes[el.nodes[i]].coords;
+        // Not normalised: a node's sum of element normals is weighted by element area.
+        if (el.n_nodes == 3)
+            el.normal = new VectoR(cross(*p[0] - *p[1], *p[2] - *p[1]));
+        else
+            el.normal = new VectoR(cross(*p[0] - *p[2], *p[3] - *p[1]));
+    }
+}
+
+void MEER::assemble_patch(NODE& node, std::vector<NODE*>& patch) {
+    patch.clear();
+    if (node.kind != 1)
+        return;
+    if (patch_mode != 1 && patch_mode != 2)
+        ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
+    patch.push_back(&node);
+    const bool aware = patch_mode == 2;
+    bool interior_neighbour = false;
+    bool lone_triangle = false;
+    auto add = [&patch](NODE* m) {
+        if (std::find(patch.begin(), patch.end(), m) == patch.end())
+            patch.push_back(m);
+    };
+    for (std::int32_t i = 0; i < node.elems.size(); ++i) {
+        const ELEMENT& el = elements[node.elems[i]];
+        for (std::int32_t j = 0; j < el.n_nodes; ++j) {
+            NODE* m = &nodes[el.nodes[j]];
+            if (m->kind == 2) {
+                add(m);
+            } else if (aware) {
+                if (m->boundary != 0) {
+                    add(m);
+                    if (m->boundary == 3)
+                        lone_triangle = true;
+                } else if (node.boundary != 0) {
+                    interior_neighbour = true;
+                }
+            }
+        }
+    }
+    // A boundary node next to the interior takes its values from its interior neighbours'
+    // patches instead of extrapolating its own one-sided patch.
+    if (aware && node.boundary != 0 && interior_neighbour && !lone_triangle)
+        patch.clear();
+}
+
+void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPValues kind,
+                     Dvctr** values, Lvctr& counter) {
+    const std::int32_t type = regions[r].spr_patch_type;
+    const std::int32_t m = number_of_terms(r);
+    const std::int32_t k = regions[r].n_values;
+    NODE& centre = *patch.front();
+
+    // Local coordinates F (p - C) are computed as F p - F C.
+    const bool local = centre.normals && centre.normals[r];
+    const double* f = centre.frame.data;
+    double c0 = 0.0;
+    double c1 = 0.0;
+    if (local)
+        map2(f, centre.coords, c0, c1);
+    auto coordinates = [&](const Elem3D& q, double& u, double& v) {
+        if (local) {
+            map2(f, q, u, v);
+            u -= c0;
+            v -= c1;
+        } else {
+            u = q.x;
+            v = q.y;
+        }
+    };
+
+    if (fit_capacity_ < k) {
+        fit_rhs_ = std::make_unique<Dvctr[]>(static_cast<std::size_t>(k));
+        fit_sol_ = std::make_unique<Dvctr[]>(static_cast<std::size_t>(k));
+        fit_capacity_ = k;
+    }
+    Dvctr* rhs = fit_rhs_.get();
+    Dvctr* sol = fit_sol_.get();
+    for (std::int32_t j = 0; j < k; ++j) {
+        rhs[j].resize(m);
+        rhs[j].zero();
+    }
+    Dmtrx& a = fit_matrix_;
+    a.resize(m, m);
+    a.zero();
+    double p[3];
+    double* ad = a.data;
+
+    for (std::int32_t i = 0; i < centre.elems.size(); ++i) {
+        const std::int32_t e = centre.elems[i];
+        const ELEMENT& el = elements[e];
+        for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
+            const std::int32_t count = give_IPs1_values_count(e, ip, kind);
+            double* v = values_buffer(value_buf_, count, k);
+            give_IPs1_values(e, ip, kind, count, v);
+            double u = 0.0;
+            double w = 0.0;
+            coordinates(el.ip_coords[ip], u, w);
+            spr_basis(type, u, w, p);
+            for (std::int32_t x = 0; x < m; ++x)
+                for (std::int32_t y = 0; y < m; ++y)
+                    ad[x * m + y] += p[x] * p[y];
+            for (std::int32_t j = 0; j < k; ++j) {
+                double* b = rhs[j].data;
+                for (std::int32_t x = 0; x < m; ++x)
+                    b[x] += v[j] * p[x];
+            }
+        }
+    }
+
+    if (!a.solveMany(sol, rhs, k)) {
+        // A singular patch is tolerated only for a lone element that the bridge itself
+        // declares degenerate: the node then takes the element's mean value.
+        if (centre.elems.size() == 1 && !is_element_valid(centre.elems[0])) {
+            const std::int32_t e = centre.elems[0];
+            const ELEMENT& el = elements[e];
+            Dvctr& mean = rhs[0]; // free again: reused as the accumulator
+            mean.resize(k);
+            mean.zero();
+            double* v = values_buffer(value_buf_, k, k);
+            for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
+                give_IPs1_values(e, ip, kind, k, v);
+                for (std::int32_t j = 0; j < k; ++j)
+                    mean[j] += v[j];
+            }
+            mean.divide(static_cast<double>(el.n_ips1));
+            const std::int32_t c = centre.number;
+            if (!values[c]) {
+                values[c] = new Dvctr(k);
+                counter[c] = 0;
+            }
+            double* out = values[c]->data;
+            for (std::int32_t j = 0; j < k; ++j)
+                out[j] += mean[j];
+            ++counter[c];
+            return;
+        }
+        ERROR(kSource, __LINE__, "Problem s zaplatou elementu kolem uzlu %ld",
+              static_cast<long>(centre.number));
+    }
+
+    for (NODE* node : patch) {
+        double u = 0.0;
+        double w = 0.0;
+        if (node != &centre || !local)
+            coordinates(node->coords, u, w);
+        spr_basis(type, u, w, p);
+        const std::int32_t c = node->number;
+        if (!values[c]) {
+            values[c] = new Dvctr(k);
+            counter[c] = 0;
+        }
+        double* out = values[c]->data;
+        for (std::int32_t j = 0; j < k; ++j) {
+            const double* s = sol[j].data;
+            double v = 0.0;
+            for (std::int32_t x = 0; x < m; ++x)
+                v += s[x] * p[x];
+            out[j] += v;
+        }
+        ++counter[c];
+    }
+}
+
+// ---------------------------------------------------------------------------------------
+// Element errors
+// ---------------------------------------------------------------------------------------
+
+double MEER::ip_shape_functions(std::int32_t e, std::int32_t j, double* shape) {
+    const MEER_ElemDisplInterpol edi = give_element_EDI(e);
+    double xi[3] = {0.0, 0.0, 0.0};
+    double w = give_IPs2_coords_natural(e, static_cast<int>(j), xi);
+    switch (edi) {
+    case MEER_EDI_TRIANGLE_LINEAR:
+        w *= 2.0;
+        shape[0] = xi[0];
+        shape[1] = xi[1];
+        shape[2] = xi[2];
+        shape[3] = 0.0;
+        break;
+    case MEER_EDI_QUAD_BILINEAR:
+        w *= 0.25;
+        shape[0] = 0.25 * (1 + xi[0]) * (1 + xi[1]);
+        shape[1] = 0.25 * (1 - xi[0]) * (1 + xi[1]);
+        shape[2] = 0.25 * (1 - xi[0]) * (1 - xi[1]);
+        shape[3] = 0.25 * (1 + xi[0]) * (1 - xi[1]);
+        break;
+    case MEER_EDI_QUAD_BILINEAR_2:
+        w *= 0.25;
+        shape[0] = 0.25 * (1 - xi[0]) * (1 - xi[1]);
+        shape[1] = 0.25 * (1 + xi[0]) * (1 - xi[1]);
+        shape[2] = 0.25 * (1 + xi[0]) * (1 + xi[1]);
+        shape[3] = 0.25 * (1 - xi[0]) * (1 + xi[1]);
+        break;
+    default:
+        ERROR(kSource, __LINE__, "Unknown edi");
+    }
+    return w;
+}
+
+void MEER::compute_element_errors() {
+    elem_error2.resize(n_elems);
+    elem_error2.zero();
+    elem_norm2.resize(n_elems);
+    elem_norm2.zero();
+    const bool use1 = ipv1_kind != 0;
+    const bool use2 = ipv2_kind != 0;
+
+    // Nodal value vectors of the element's nodes; a missing one means recovery did not
+    // reach the node (it is reported rather than read).
+    const double* nodal1[4] = {nullptr, nullptr, nullptr, nullptr};
+    const double* nodal2[4] = {nullptr, nullptr, nullptr, nullptr};
+    auto gather = [this](Dvctr*** rows, std::int32_t r, const ELEMENT& el, std::int32_t nn,
+                         const double** out) {
+        for (std::int32_t i = 0; i < nn; ++i) {
+            const std::int32_t node = el.nodes[i];
+            const Dvctr* v = rows ? rows[r][node] : nullptr;
+            if (!v)
+                ERROR(kSource, __LINE__, "values at node %ld not approximated",
+                      static_cast<long>(node) + 1);
+            out[i] = v->data;
+        }
+    };
+
+    for (std::int32_t e = 0; e < n_elems; ++e) {
+        const ELEMENT& el = elements[e];
+        const std::int32_t r = el.region;
+        const std::int32_t k = regions[r].n_values;
+        const std::int32_t nip = give_number_of_IPs2(e);
+        if (el.n_nodes == 3 && nip < 3)
+            ERROR(kSource, __LINE__, "low number of int points");
+        if (el.n_nodes == 4 && nip < 4)
+            ERROR(kSource, __LINE__, "low number of int points");
+        // Shape functions exist for at most four nodes; further nodes carry no weight.
+        const std::int32_t nn = std::min(el.n_nodes, std::int32_t{4});
+        if (k > 0) {
+            if (use1)
+                gather(nodal_values1, r, el, nn, nodal1);
+            if (use2)
+                gather(nodal_values2, r, el, nn, nodal2);
+        }
+        if (s1_.size() < static_cast<std::size_t>(k)) {
+            s1_.resize(static_cast<std::size_t>(k));
+            s2_.resize(static_cast<std::size_t>(k));
+        }
+        const double fac = give_element_thickness_reduced(e) * give_element_area(e);
+        double error2 = elem_error2[e];
+        double norm2 = elem_norm2[e];
+        for (std::int32_t j = 0; j < nip; ++j) {
+            double shape[4];
+            const double w = ip_shape_functions(e, j, shape);
+            double* s1 = s1_.data();
+            double* s2 = s2_.data();
+            if (use1) {
+                for (std::int32_t c = 0; c < k; ++c) {
+                    double s = 0.0;
+                    for (std::int32_t i = 0; i < nn; ++i)
+                        s += shape[i] * nodal1[i][c];
+                    s1[c] = s;
+                }
+            }
+            if (use2) {
+                for (std::int32_t c = 0; c < k; ++c) {
+                    double s = 0.0;
+                    for (std::int32_t i = 0; i < nn; ++i)
+                        s += shape[i] * nodal2[i][c];
+                    s2[c] = s;
+                }
+            }
+            const double* h1 = nullptr;
+            const double* h2 = nullptr;
+            if (use1) {
+                const std::int32_t count = give_IPs2_values_count(e, static_cast<int>(j), ipv1_kind);
+                double* v = values_buffer(value_buf_, count, k);
+                give_IPs2_values(e, static_cast<int>(j), ipv1_kind, count, v);
+                h1 = v;
+            }
+            if (use2) {
+                const std::int32_t count = give_IPs2_values_count(e, static_cast<int>(j), ipv2_kind);
+                double* v = values_buffer(value_buf2_, count, k);
+                give_IPs2_values(e, static_cast<int>(j), ipv2_kind, count, v);
+                h2 = v;
+            }
+            const double weight = w * fac;
+            double de = 0.0;
+            double dn = 0.0;
+            switch (enorm) {
+            case 2:
+                if (!h1 || !h2) // the kinds do not match the norm: estimate() sets both
+                    ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
+                for (std::int32_t c = 0; c < k; ++c) {
+                    de += (s1[c] - h1[c]) * (s2[c] - h2[c]);
+                    dn += h1[c] * h2[c];
+                }
+                break;
+            case 4:
+                if (!h1)
+                    ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
+                for (std::int32_t c = 0; c < k; ++c) {
+                    const double d = s1[c] - h1[c];
+                    de += d * d;
+                    dn += h1[c] * h1[c];
+                }
+                break;
+            default:
+                ERROR(kSource, __LINE__, "Unsupported enorm");
+            }
+            error2 += weight * de;
+            norm2 += weight * dn;
+        }
+        elem_error2[e] = error2;
+        elem_norm2[e] = norm2;
+    }
+}
+
+// ---------------------------------------------------------------------------------------
+// Refinement sizing
+// ---------------------------------------------------------------------------------------
+
+double MEER::compute_refinement(double target) {
+    // Elements without a usable error take the mean of the usable errors around their
+    // nodes (an element sharing several nodes counts once per shared node).
+    std::int32_t list[kMaxSuperelems];
+    for (std::int32_t e = 0; e < n_elems; ++e) {
+        if (elem_error2[e] >= 0.0)
+            continue;
+        const ELEMENT& el = elements[e];
+        double sum = 0.0;
+        std::int32_t used = 0;
+        for (std::int32_t i = 0; i < el.n_nodes; ++i) {
+            std::int32_t count = 0;
+            give_superelems_to_node(el.nodes[i], count, list);
+            for (std::int32_t j = 0; j < count; ++j) {
+                const double f = elem_error2[list[j]];
+                if (f >= 0.0) {
+                    sum += f;
+                    ++used;
+                }
+            }
+        }
+        elem_error2[e] = used > 0 ? sum / used : 0.0;
+    }
+
+    double e2 = 0.0;
+    double u2 = 0.0;
+    for (std::int32_t e = 0; e < n_elems; ++e) {
+        e2 += elem_error2[e];
+        u2 += elem_norm2[e];
+    }
+    const double count = static_cast<double>(n_elems);
+    const double eta = std::sqrt(e2 / (e2 + u2));
+    const double mean_norm = std::sqrt((u2 + e2) / count);
+    const double permitted = (1.0 * target) * std::sqrt((u2 + e2) / count);
+
+    elem_local_error.resize(n_elems);
+    elem_global_error.resize(n_elems);
+    elem_size.resize(n_elems);
+    elem_size.zero();
+    elem_new_size.resize(n_elems);
+    elem_new_size.zero();
+    for (std::int32_t e = 0; e < n_elems; ++e) {
+        const double err = elem_error2[e];
+        elem_local_error[e] = std::sqrt(err / (elem_norm2[e] + err)) * 100;
+        elem_global_error[e] = std::sqrt(err) / mean_norm * 100;
+        double xi = std::sqrt(err) / permitted;
+        if (1 / max_size_ratio > xi)
+            xi = 1 / max_size_ratio;
+        if (xi > 1 / min_size_ratio)
+            xi = 1 / min_size_ratio;
+        const MEER_ElemDisplInterpol edi = give_element_EDI(e);
+        const double area = give_element_area(e);
+        double h = 0.0;
+        switch (edi) {
+        case MEER_EDI_TRIANGLE_LINEAR:
+            h = std::sqrt(2 * area);
+            break;
+        case MEER_EDI_QUAD_BILINEAR:
+        case MEER_EDI_QUAD_BILINEAR_2:
+            h = std::sqrt(area);
+            break;
+        default:
+            ERROR(kSource, __LINE__, "Unknown edi");
+        }
+        elem_size[e] = h;
+        elem_new_size[e] = h / xi;
+    }
+
+    elem_error_density.resize(n_elems);
+    for (std::int32_t e = 0; e < n_elems; ++e)
+        elem_error_density[e] =
+            elem_error2[e] / give_element_area(e) / give_element_thickness(e);
+    return eta;
+}
+
+} // namespace meerspace
