@@ -1,0 +1,87 @@
+#pragma once
+// P.GAR, the result store: an SQLite database.
+//
+// Schema (format 1):
+//   gar_info(key TEXT PRIMARY KEY, value TEXT)     -- "format" = "1"
+//   gar_results(                                    -- one row per stored result
+//       table_name TEXT PRIMARY KEY,                -- the result's own table, see below
+//       result_type TEXT, ds_type INTEGER, ds_id INTEGER,
+//       case_type INTEGER, case_number INTEGER, case_subcase INTEGER, case_flag INTEGER,
+//       flags INTEGER, coord_system INTEGER, location INTEGER, envelope INTEGER,
+//       row_count INTEGER, column_count INTEGER, column_names TEXT,   -- names joined by ","
+//       UNIQUE (result_type, ds_type, ds_id, case_type, case_number, case_subcase, case_flag,
+//               flags, coord_system, location, envelope))
+//   one table per result, named from its key, e.g.
+//   "r_AC98000CE79E4365877E0A3F95AA42F4_ds2_1_case3_1_0_0_f0_cs1_loc0_env0":
+//       (row INTEGER PRIMARY KEY, element_id INTEGER, v0 REAL, v1 REAL, ...)
+//   where row is the zero-based row, element_id the project's element id (0: none) and v<i>
+//   the value column i (NULL for a cell never set).
+//
+// Saving replaces a result in one transaction: a failure or crash part way leaves the result
+// stored before. The database keeps SQLite's rollback journal (no WAL), so P.GAR is one file
+// that can be copied and deleted as a whole.
+#include "host/outcome/result.h"
+
+#include <filesystem>
+#include <functional>
+#include <memory>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+struct sqlite3;
+
+namespace host::outcome {
+
+// An SQLite failure; what() names the file and SQLite's message.
+class GarError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
+struct StoredResultInfo {
+    CKQ_ResultKey key;
+    std::string tableName;
+    unsigned long rows = 0;
+    unsigned long columns = 0;
+};
+
+class GarStore {
+public:
+    // Opens the database, creating it (and its schema) when createIfMissing; otherwise a missing
+    // file throws GarError. A file that is not a result store throws GarError.
+    explicit GarStore(const std::filesystem::path& garFile, bool createIfMissing = true);
+    ~GarStore();
+    GarStore(const GarStore&) = delete;
+    GarStore& operator=(const GarStore&) = delete;
+
+    // Stores the table under its key. An existing result of the key is replaced when replace
+    // is true; otherwise it stays and Save returns false. Throws GarError on failure, after
+    // rolling back.
+    bool Save(const CKQ_Result& result, bool replace = true);
+
+    // Every stored result, ordered by key.
+    std::vector<StoredResultInfo> List() const;
+    // The stored result of a key, or nothing.
+    std::optional<CKQ_Result> Load(const CKQ_ResultKey& key) const;
+    // Removes a stored result; false when there was none.
+    bool Remove(const CKQ_ResultKey& key);
+
+    const std::filesystem::path& path() const { return m_path; }
+
+    // The table name of a key in this schema.
+    static std::string TableName(const CKQ_ResultKey& key);
+
+private:
+    std::filesystem::path m_path;
+    sqlite3* m_db = nullptr;
+};
+
+// A test seam: called by Save after each row it has written, inside the transaction. A hook
+// that throws makes the save fail there (and roll back); one that ends the process simulates
+// a crash. An empty hook removes it. Returns the previous hook.
+using SaveRowHook = std::function<void(const CKQ_ResultKey& key, unsigned long row)>;
+SaveRowHook SetSaveRowHook(SaveRowHook hook);
+
+} // namespace host::outcome

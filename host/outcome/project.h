@@ -1,0 +1,130 @@
+#pragma once
+// The project on disk, P: the mesh P.msh (Gmsh MSH ASCII 4.1 or 2.2) and the solver data
+// P.toml, read into one model with the project's numbering:
+//   - slabs 1..S in ascending physical surface tag;
+//   - elements 1..M slab by slab, within a slab in ascending Gmsh element tag, so that every
+//     slab owns one contiguous range;
+//   - nodes 1..N in ascending Gmsh node tag, counting the nodes that slab elements use (nodes
+//     no slab element uses are left out).
+// STRINTG element numbers and P.GAR element ids are these numbers.
+#include "host/shapekit/point3d.h"
+
+#include <cstdint>
+#include <filesystem>
+#include <optional>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace host::outcome {
+
+// A project that cannot be read. what() is the whole message "file:line: text"; the parts are
+// kept for callers that present them otherwise. line is 0 when the error has no line.
+class ProjectError : public std::runtime_error {
+public:
+    ProjectError(std::filesystem::path file, std::size_t line, const std::string& message);
+
+    const std::filesystem::path& file() const { return m_file; }
+    std::size_t line() const { return m_line; }
+    const std::string& message() const { return m_message; }
+
+private:
+    std::filesystem::path m_file;
+    std::size_t m_line;
+    std::string m_message;
+};
+
+struct MeshNode {
+    std::uint64_t gmshTag = 0;
+    CKQPoint3D position;
+};
+
+struct MeshElement {
+    std::uint64_t gmshTag = 0;
+    int gmshType = 0;                  // 2 = 3-node triangle, 3 = 4-node quadrilateral
+    std::vector<unsigned long> nodes;  // one-based project node ids, in Gmsh's node order
+    unsigned long slab = 0;            // one-based slab id
+};
+
+struct MeshSlab {
+    int physicalTag = 0;
+    std::string physicalName;          // from $PhysicalNames, "" when none
+    unsigned long firstElement = 0;    // one-based id of its first element
+    unsigned long elementCount = 0;
+};
+
+// The mesh in project numbering: nodes[i] is node i+1, elements[i] element i+1, slabs[i] slab
+// i+1.
+struct Mesh {
+    std::string formatVersion;         // "4.1" or "2.2", as read
+    std::vector<MeshNode> nodes;
+    std::vector<MeshElement> elements;
+    std::vector<MeshSlab> slabs;
+
+    // Area of element id (one-based): a triangle half the norm of the cross product of two
+    // edges, a quadrilateral half the norm of the cross product of its diagonals.
+    double ElementArea(unsigned long id) const;
+};
+
+// Reads P.msh. Throws ProjectError naming the file and line for: a file that cannot be opened,
+// an unknown MSH version or a binary file, a malformed or truncated section, an element type
+// other than 3-node triangles and 4-node quadrilaterals inside a physical surface (second-order
+// and volume elements, lines or points in a slab's group), an element that references a missing
+// node, a surface element in no physical surface (or in several), a node tag defined twice,
+// non-finite coordinates, and a mesh without any physical surface.
+Mesh ReadMesh(const std::filesystem::path& mshFile);
+
+struct SlabData {
+    int tag = 0;                       // physical surface tag in P.msh
+    std::string name;
+    double thickness = 0.0;
+    std::size_t line = 0;              // where it was defined in P.toml
+};
+
+struct LoadCaseData {
+    long id = 0;                       // the host's load-case identifier
+    long index = 0;                    // one-based: selects P.STRINTG0001 ...
+    bool valid = true;
+    std::string name;
+    std::size_t line = 0;
+};
+
+struct ProjectData {
+    std::string title;
+    std::vector<SlabData> slabs;       // in file order
+    std::vector<LoadCaseData> loadCases;
+};
+
+// Reads P.toml. Throws ProjectError for a TOML syntax error, a missing or wrongly typed key
+// (slab tag, thickness; load case id, index), a thickness that is not a positive finite
+// number, an index below 1, duplicate slab tags, load-case ids or indices, and unknown keys.
+ProjectData ReadProjectData(const std::filesystem::path& tomlFile);
+
+// P.msh and P.toml together; the slabs of P.toml must be exactly the physical surfaces.
+struct Project {
+    std::filesystem::path path;        // P, without extension
+    Mesh mesh;
+    std::optional<ProjectData> data;   // empty when P.toml does not exist
+
+    // Thickness of slab id (one-based); std::logic_error without P.toml.
+    double SlabThickness(unsigned long slabId) const;
+    // The P.toml entry of slab id, null without P.toml.
+    const SlabData* SlabDataOf(unsigned long slabId) const;
+};
+
+// P + suffix, e.g. ProjectFile(P, ".msh").
+std::filesystem::path ProjectFile(const std::filesystem::path& projectPath, const std::string& suffix);
+
+// Reads P.msh and, when it exists, P.toml, and checks that every physical surface has a slab
+// entry and the reverse. Throws ProjectError.
+Project LoadProject(const std::filesystem::path& projectPath);
+
+enum class MshVersion { V41, V22 };
+
+// Writes the mesh in project numbering (node tags 1..N, element tags 1..M, one surface entity
+// per slab with the slab id as its tag and the slab's physical tag), so that solvers and
+// importers produce files that match the project's element numbers. Throws std::runtime_error
+// when the file cannot be written.
+void WriteMesh(const Mesh& mesh, const std::filesystem::path& mshFile, MshVersion version);
+
+} // namespace host::outcome
