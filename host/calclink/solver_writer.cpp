@@ -1,0 +1,90 @@
+#include "host/calclink/solver_writer.h"
+
+#include "host/outcome/project.h"
+
+#include <cmath>
+#include <cstdio>
+#include <memory>
+#include <stdexcept>
+#include <string>
+
+namespace host::calclink {
+
+void WriteSizeField(const std::filesystem::path& posFile,
+                    const std::vector<std::vector<unsigned long>>& elements,
+                    const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+    if (sizes.size() != nodes.size())
+        throw std::invalid_argument("the size field has " + std::to_string(sizes.size()) + " values for " +
+                                    std::to_string(nodes.size()) + " nodes");
+    for (std::size_t i = 0; i < sizes.size(); ++i)
+        if (!std::isfinite(sizes[i]) || sizes[i] <= 0.0)
+            throw std::invalid_argument("the size at node " + std::to_string(i + 1) +
+                                        " is not a positive finite number: " + std::to_string(sizes[i]));
+    for (std::size_t e = 0; e < elements.size(); ++e) {
+        if (elements[e].size() != 3 && elements[e].size() != 4)
+            throw std::invalid_argument("element " + std::to_string(e + 1) + " has " +
+                                        std::to_string(elements[e].size()) + " nodes; expected 3 or 4");
+        for (unsigned long n : elements[e])
+            if (n < 1 || n > nodes.size())
+                throw std::invalid_argument("element " + std::to_string(e + 1) + " references node " +
+                                            std::to_string(n) + " outside 1.." + std::to_string(nodes.size()));
+    }
+
+    // Written to a temporary name and renamed, so that a mesher never reads half a field.
+    std::filesystem::path temporary = posFile;
+    temporary += ".tmp";
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(temporary.c_str(), "wb"), &std::fclose);
+    if (!out)
+        throw std::runtime_error("cannot write " + temporary.string());
+    std::FILE* f = out.get();
+    // %.17g keeps every double exactly. printf follows LC_NUMERIC, Gmsh wants a full stop
+    // whatever the caller's locale.
+    auto number = [](double v) {
+        char buffer[64];
+        std::snprintf(buffer, sizeof buffer, "%.17g", v);
+        std::string text(buffer);
+        for (char& c : text)
+            if (c == ',')
+                c = '.';
+        return text;
+    };
+    std::fputs("View \"refinement\" {\n", f);
+    for (const auto& element : elements) {
+        std::string line = element.size() == 3 ? "ST(" : "SQ(";
+        for (std::size_t k = 0; k < element.size(); ++k) {
+            const CKQPoint3D& p = nodes[element[k] - 1];
+            line += (k > 0 ? "," : "") + number(p.x) + "," + number(p.y) + "," + number(p.z);
+        }
+        line += "){";
+        for (std::size_t k = 0; k < element.size(); ++k)
+            line += (k > 0 ? "," : "") + number(sizes[element[k] - 1]);
+        line += "};\n";
+        std::fputs(line.c_str(), f);
+    }
+    std::fputs("};\n", f);
+    if (std::fflush(f) != 0 || std::ferror(f))
+        throw std::runtime_error("cannot write " + temporary.string());
+    out.reset();
+    std::error_code ec;
+    std::filesystem::rename(temporary, posFile, ec);
+    if (ec) {
+        std::filesystem::remove(temporary, ec);
+        throw std::runtime_error("cannot write " + posFile.string());
+    }
+}
+
+} // namespace host::calclink
+
+void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath, const std::vector<double>& refinement,
+                                              const std::vector<CKQPoint3D>& nodes) const {
+    const std::filesystem::path project = projectPath.ToPath();
+    host::outcome::Mesh mesh = host::outcome::ReadMesh(host::outcome::ProjectFile(project, ".msh"));
+    if (nodes.size() != mesh.nodes.size())
+        throw std::invalid_argument("the size field has " + std::to_string(nodes.size()) + " nodes, the mesh " +
+                                    std::to_string(mesh.nodes.size()));
+    std::vector<std::vector<unsigned long>> elements;
+    elements.reserve(mesh.elements.size());
+    for (const auto& e : mesh.elements)
+        elements.push_back(e.nodes);
+    host::calclink::WriteSizeField(host::outcome::ProjectFile(project, ".refine.pos"), elements, refinement, nodes);
+}

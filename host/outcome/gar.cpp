@@ -1,0 +1,355 @@
+#include "host/outcome/gar.h"
+
+#include <algorithm>
+#include <cmath>
+#include <cstdio>
+#include <limits>
+#include <mutex>
+#include <sqlite3.h>
+
+namespace host::outcome {
+
+namespace {
+
+std::mutex g_hookMutex;
+SaveRowHook g_saveRowHook;
+
+SaveRowHook currentHook() {
+    std::lock_guard lock(g_hookMutex);
+    return g_saveRowHook;
+}
+
+// A prepared statement that finalises itself.
+class Statement {
+public:
+    Statement(sqlite3* db, const std::filesystem::path& file, const std::string& sql) : m_db(db), m_file(file) {
+        if (sqlite3_prepare_v2(db, sql.c_str(), -1, &m_stmt, nullptr) != SQLITE_OK)
+            fail("cannot prepare \"" + sql + "\"");
+    }
+    ~Statement() { sqlite3_finalize(m_stmt); }
+    Statement(const Statement&) = delete;
+    Statement& operator=(const Statement&) = delete;
+
+    Statement& bind(int i, std::int64_t v) { return check(sqlite3_bind_int64(m_stmt, i, v)); }
+    Statement& bind(int i, double v) {
+        // SQLite keeps NaN as NULL anyway; say so explicitly.
+        return check(std::isnan(v) ? sqlite3_bind_null(m_stmt, i) : sqlite3_bind_double(m_stmt, i, v));
+    }
+    Statement& bind(int i, const std::string& v) {
+        return check(sqlite3_bind_text(m_stmt, i, v.c_str(), static_cast<int>(v.size()), SQLITE_TRANSIENT));
+    }
+
+    // True while there is a row.
+    bool step() {
+        int rc = sqlite3_step(m_stmt);
+        if (rc == SQLITE_ROW)
+            return true;
+        if (rc != SQLITE_DONE)
+            fail("statement failed");
+        return false;
+    }
+    void reset() {
+        sqlite3_reset(m_stmt);
+        sqlite3_clear_bindings(m_stmt);
+    }
+
+    std::int64_t integer(int col) const { return sqlite3_column_int64(m_stmt, col); }
+    double real(int col) const {
+        return sqlite3_column_type(m_stmt, col) == SQLITE_NULL ? std::numeric_limits<double>::quiet_NaN()
+                                                               : sqlite3_column_double(m_stmt, col);
+    }
+    std::string text(int col) const {
+        const auto* p = sqlite3_column_text(m_stmt, col);
+        return p == nullptr ? std::string() : std::string(reinterpret_cast<const char*>(p));
+    }
+
+private:
+    Statement& check(int rc) {
+        if (rc != SQLITE_OK)
+            fail("cannot bind a value");
+        return *this;
+    }
+    [[noreturn]] void fail(const std::string& what) const {
+        throw GarError(m_file.string() + ": " + what + ": " + sqlite3_errmsg(m_db));
+    }
+
+    sqlite3* m_db;
+    std::filesystem::path m_file;
+    sqlite3_stmt* m_stmt = nullptr;
+};
+
+void exec(sqlite3* db, const std::filesystem::path& file, const std::string& sql) {
+    char* error = nullptr;
+    if (sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error) != SQLITE_OK) {
+        std::string message = error != nullptr ? error : sqlite3_errmsg(db);
+        sqlite3_free(error);
+        throw GarError(file.string() + ": " + message);
+    }
+}
+
+std::string sqlName(const std::string& identifier) { return "\"" + identifier + "\""; }
+
+const char* kCatalogColumns =
+    "result_type, ds_type, ds_id, case_type, case_number, case_subcase, case_flag, flags, coord_system, "
+    "location, envelope";
+
+const char* kKeyMatch =
+    "result_type = ?1 AND ds_type = ?2 AND ds_id = ?3 AND case_type = ?4 AND case_number = ?5 AND "
+    "case_subcase = ?6 AND case_flag = ?7 AND flags = ?8 AND coord_system = ?9 AND location = ?10 AND "
+    "envelope = ?11";
+
+void bindKey(Statement& s, const CKQ_ResultKey& key) {
+    s.bind(1, host::com::ToString(key.GetResultType()))
+        .bind(2, std::int64_t{key.GetDsObject().GetType()})
+        .bind(3, std::int64_t{key.GetDsObject().GetID()})
+        .bind(4, std::int64_t{key.GetResultCase().GetType()})
+        .bind(5, std::int64_t{key.GetResultCase().GetNumber()})
+        .bind(6, std::int64_t{key.GetResultCase().GetSubCase()})
+        .bind(7, std::int64_t{key.GetResultCase().GetFlag() ? 1 : 0})
+        .bind(8, std::int64_t{key.GetFlags()})
+        .bind(9, std::int64_t{key.GetCoordSystem()})
+        .bind(10, std::int64_t{key.GetResLocation()})
+        .bind(11, std::int64_t{key.GetEnvelopeExtreme()});
+}
+
+std::string joinNames(const std::vector<std::string>& names) {
+    std::string out;
+    for (std::size_t i = 0; i < names.size(); ++i)
+        out += (i > 0 ? "," : "") + names[i];
+    return out;
+}
+
+std::vector<std::string> splitNames(const std::string& text, unsigned long columns) {
+    std::vector<std::string> names;
+    if (text.empty())
+        return names;
+    std::size_t start = 0;
+    for (;;) {
+        std::size_t comma = text.find(',', start);
+        names.push_back(text.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
+        if (comma == std::string::npos)
+            break;
+        start = comma + 1;
+    }
+    if (names.size() > columns)
+        names.resize(columns);
+    return names;
+}
+
+// A transaction that rolls back unless committed.
+class Transaction {
+public:
+    Transaction(sqlite3* db, const std::filesystem::path& file) : m_db(db), m_file(file) {
+        exec(db, file, "BEGIN IMMEDIATE");
+    }
+    ~Transaction() {
+        if (!m_done)
+            sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
+    }
+    void commit() {
+        exec(m_db, m_file, "COMMIT");
+        m_done = true;
+    }
+
+private:
+    sqlite3* m_db;
+    std::filesystem::path m_file;
+    bool m_done = false;
+};
+
+} // namespace
+
+SaveRowHook SetSaveRowHook(SaveRowHook hook) {
+    std::lock_guard lock(g_hookMutex);
+    std::swap(g_saveRowHook, hook);
+    return hook;
+}
+
+std::string GarStore::TableName(const CKQ_ResultKey& key) {
+    std::string guid = host::com::ToString(key.GetResultType());
+    std::string hex;
+    for (char c : guid)
+        if (c != '{' && c != '}' && c != '-')
+            hex += c;
+    auto num = [](long long v) { return v < 0 ? "m" + std::to_string(-v) : std::to_string(v); };
+    return "r_" + hex + "_ds" + num(key.GetDsObject().GetType()) + "_" + num(key.GetDsObject().GetID()) + "_case" +
+           num(key.GetResultCase().GetType()) + "_" + num(key.GetResultCase().GetNumber()) + "_" +
+           num(key.GetResultCase().GetSubCase()) + "_" + num(key.GetResultCase().GetFlag() ? 1 : 0) + "_f" +
+           num(key.GetFlags()) + "_cs" + num(key.GetCoordSystem()) + "_loc" + num(key.GetResLocation()) + "_env" +
+           num(key.GetEnvelopeExtreme());
+}
+
+GarStore::GarStore(const std::filesystem::path& garFile, bool createIfMissing) : m_path(garFile) {
+    int flags = SQLITE_OPEN_READWRITE | (createIfMissing ? SQLITE_OPEN_CREATE : 0);
+    if (sqlite3_open_v2(garFile.c_str(), &m_db, flags, nullptr) != SQLITE_OK) {
+        std::string message = m_db != nullptr ? sqlite3_errmsg(m_db) : "out of memory";
+        sqlite3_close(m_db);
+        m_db = nullptr;
+        throw GarError(garFile.string() + ": cannot open the result store: " + message);
+    }
+    try {
+        sqlite3_busy_timeout(m_db, 5000);
+        // One file only: the rollback journal lives beside P.GAR during a save and goes with it.
+        exec(m_db, m_path, "PRAGMA journal_mode = DELETE");
+        exec(m_db, m_path,
+             "CREATE TABLE IF NOT EXISTS gar_info(key TEXT PRIMARY KEY, value TEXT);"
+             "INSERT OR IGNORE INTO gar_info(key, value) VALUES ('format', '1');"
+             "CREATE TABLE IF NOT EXISTS gar_results("
+             " table_name TEXT PRIMARY KEY, result_type TEXT NOT NULL, ds_type INTEGER NOT NULL,"
+             " ds_id INTEGER NOT NULL, case_type INTEGER NOT NULL, case_number INTEGER NOT NULL,"
+             " case_subcase INTEGER NOT NULL, case_flag INTEGER NOT NULL, flags INTEGER NOT NULL,"
+             " coord_system INTEGER NOT NULL, location INTEGER NOT NULL, envelope INTEGER NOT NULL,"
+             " row_count INTEGER NOT NULL, column_count INTEGER NOT NULL, column_names TEXT NOT NULL,"
+             " UNIQUE (result_type, ds_type, ds_id, case_type, case_number, case_subcase, case_flag,"
+             "         flags, coord_system, location, envelope));");
+        Statement format(m_db, m_path, "SELECT value FROM gar_info WHERE key = 'format'");
+        if (!format.step() || format.text(0) != "1")
+            throw GarError(m_path.string() + ": not a result store of format 1");
+    } catch (...) {
+        sqlite3_close(m_db);
+        m_db = nullptr;
+        throw;
+    }
+}
+
+GarStore::~GarStore() { sqlite3_close(m_db); }
+
+bool GarStore::Save(const CKQ_Result& result, bool replace) {
+    const CKQ_ResultKey& key = result.GetKey();
+    const std::string table = TableName(key);
+    SaveRowHook hook = currentHook();
+    Transaction transaction(m_db, m_path);
+    {
+        Statement existing(m_db, m_path, std::string("SELECT table_name FROM gar_results WHERE ") + kKeyMatch);
+        bindKey(existing, key);
+        if (existing.step()) {
+            if (!replace)
+                return false; // rolled back: nothing changed
+            std::string old = existing.text(0);
+            exec(m_db, m_path, "DROP TABLE IF EXISTS " + sqlName(old));
+            Statement drop(m_db, m_path, std::string("DELETE FROM gar_results WHERE ") + kKeyMatch);
+            bindKey(drop, key);
+            drop.step();
+        }
+    }
+    const unsigned long columns = result.GetCountOfColumns();
+    std::string create = "CREATE TABLE " + sqlName(table) + "(row INTEGER PRIMARY KEY, element_id INTEGER NOT NULL";
+    std::string insert = "INSERT INTO " + sqlName(table) + " VALUES (?1, ?2";
+    for (unsigned long c = 0; c < columns; ++c) {
+        create += ", v" + std::to_string(c) + " REAL";
+        insert += ", ?" + std::to_string(c + 3);
+    }
+    exec(m_db, m_path, "DROP TABLE IF EXISTS " + sqlName(table));
+    exec(m_db, m_path, create + ")");
+    Statement row(m_db, m_path, insert + ")");
+    for (unsigned long r = 0; r < result.GetCountOfRows(); ++r) {
+        row.bind(1, static_cast<std::int64_t>(r)).bind(2, static_cast<std::int64_t>(result.GetElementId(r)));
+        for (unsigned long c = 0; c < columns; ++c)
+            row.bind(static_cast<int>(c + 3), result.GetValue(c, r));
+        row.step();
+        row.reset();
+        if (hook)
+            hook(key, r);
+    }
+    Statement catalog(m_db, m_path,
+                      std::string("INSERT INTO gar_results(") + kCatalogColumns +
+                          ", table_name, row_count, column_count, column_names) VALUES "
+                          "(?1, ?2, ?3, ?4, ?5, ?6, ?7, ?8, ?9, ?10, ?11, ?12, ?13, ?14, ?15)");
+    bindKey(catalog, key);
+    catalog.bind(12, table)
+        .bind(13, static_cast<std::int64_t>(result.GetCountOfRows()))
+        .bind(14, static_cast<std::int64_t>(columns))
+        .bind(15, joinNames(result.GetColumnNames()));
+    catalog.step();
+    transaction.commit();
+    return true;
+}
+
+std::vector<StoredResultInfo> GarStore::List() const {
+    std::vector<StoredResultInfo> out;
+    Statement s(m_db, m_path,
+                std::string("SELECT ") + kCatalogColumns +
+                    ", table_name, row_count, column_count FROM gar_results ORDER BY " + kCatalogColumns);
+    while (s.step()) {
+        auto guid = host::com::ParseGuid(s.text(0));
+        if (!guid)
+            throw GarError(m_path.string() + ": result table " + s.text(11) + " has the invalid result type " + s.text(0));
+        using namespace Outcome64Enums;
+        CKQ_DsObject object(static_cast<eDsElementType>(s.integer(1)), static_cast<int>(s.integer(2)));
+        CResultCase rc(static_cast<eDsElementType>(s.integer(3)), static_cast<int>(s.integer(4)),
+                       static_cast<short>(s.integer(5)), s.integer(6) != 0);
+        StoredResultInfo info;
+        info.key = CKQ_ResultKey(*guid, object, rc, static_cast<unsigned char>(s.integer(7)),
+                                 static_cast<eCoordSystem>(s.integer(8)), static_cast<eResLocation>(s.integer(9)),
+                                 static_cast<eEnvelopeExtreme>(s.integer(10)));
+        info.tableName = s.text(11);
+        info.rows = static_cast<unsigned long>(s.integer(12));
+        info.columns = static_cast<unsigned long>(s.integer(13));
+        out.push_back(std::move(info));
+    }
+    std::sort(out.begin(), out.end(), [](const auto& a, const auto& b) { return a.key < b.key; });
+    return out;
+}
+
+std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
+    std::string table;
+    unsigned long rows = 0;
+    unsigned long columns = 0;
+    std::string names;
+    {
+        Statement s(m_db, m_path,
+                    std::string("SELECT table_name, row_count, column_count, column_names FROM gar_results WHERE ") +
+                        kKeyMatch);
+        bindKey(s, key);
+        if (!s.step())
+            return std::nullopt;
+        table = s.text(0);
+        rows = static_cast<unsigned long>(s.integer(1));
+        columns = static_cast<unsigned long>(s.integer(2));
+        names = s.text(3);
+    }
+    std::string select = "SELECT row, element_id";
+    for (unsigned long c = 0; c < columns; ++c)
+        select += ", v" + std::to_string(c);
+    Statement s(m_db, m_path, select + " FROM " + sqlName(table) + " ORDER BY row");
+    std::vector<unsigned long> ids;
+    std::vector<std::vector<double>> values;
+    while (s.step()) {
+        if (static_cast<unsigned long>(s.integer(0)) != ids.size())
+            throw GarError(m_path.string() + ": table " + table + " misses row " + std::to_string(ids.size()));
+        ids.push_back(static_cast<unsigned long>(s.integer(1)));
+        std::vector<double> row(columns);
+        for (unsigned long c = 0; c < columns; ++c)
+            row[c] = s.real(static_cast<int>(c + 2));
+        values.push_back(std::move(row));
+    }
+    if (ids.size() != rows)
+        throw GarError(m_path.string() + ": table " + table + " has " + std::to_string(ids.size()) +
+                       " rows, its catalog entry says " + std::to_string(rows));
+    CKQ_Result result(key, std::move(ids), columns);
+    for (unsigned long r = 0; r < rows; ++r)
+        for (unsigned long c = 0; c < columns; ++c)
+            result.SetValue(c, r, values[r][c]);
+    std::vector<std::string> columnNames = splitNames(names, columns);
+    for (unsigned long c = 0; c < columnNames.size(); ++c)
+        if (!columnNames[c].empty())
+            result.SetColumnName(c, columnNames[c]);
+    return result;
+}
+
+bool GarStore::Remove(const CKQ_ResultKey& key) {
+    Transaction transaction(m_db, m_path);
+    Statement s(m_db, m_path, std::string("SELECT table_name FROM gar_results WHERE ") + kKeyMatch);
+    bindKey(s, key);
+    if (!s.step())
+        return false;
+    std::string table = s.text(0);
+    exec(m_db, m_path, "DROP TABLE IF EXISTS " + sqlName(table));
+    Statement drop(m_db, m_path, std::string("DELETE FROM gar_results WHERE ") + kKeyMatch);
+    bindKey(drop, key);
+    drop.step();
+    transaction.commit();
+    return true;
+}
+
+} // namespace host::outcome
