@@ -114,13 +114,7 @@ void WriteInp(const ProjectMesh& mesh, InpFamily family, std::ostream& out) {
 
 void ExportInp(const std::filesystem::path& project, const std::filesystem::path& file,
                InpFamily family) {
-    ProjectMesh mesh;
-    if (std::filesystem::exists(ProjectFile(project, ".toml"))) {
-        mesh = ReadProject(project);
-    } else {
-        mesh = ReadProjectMesh(ProjectFile(project, ".msh"));
-        mesh.project = project;
-    }
+    const ProjectMesh mesh = ReadProjectMesh(project);
     std::ofstream out(file);
     if (!out)
         throw ImportError(file.string() + ": cannot write the CalculiX input file");

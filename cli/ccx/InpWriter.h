@@ -29,7 +29,7 @@ std::string NodeSetName(const NodeGroup& group);
 
 void WriteInp(const ProjectMesh& mesh, InpFamily family, std::ostream& out);
 
-/// Reads P.msh (and P.toml when it exists, for the slab names) and writes `file`.
+/// Reads P.msh (and P.toml when it exists, for the slab names and thicknesses) and writes `file`.
 void ExportInp(const std::filesystem::path& project, const std::filesystem::path& file,
                InpFamily family);
 

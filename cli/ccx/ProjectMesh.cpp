@@ -1,13 +1,13 @@
 #include "cli/ccx/ProjectMesh.h"
 
+#include "host/outcome/project.h"
+
 #include <algorithm>
 #include <cmath>
 #include <fstream>
 #include <map>
 #include <set>
 #include <sstream>
-
-#include <toml++/toml.h>
 
 namespace slabadapt::ccx {
 
@@ -274,155 +274,31 @@ RawMesh ReadRawMsh(const std::filesystem::path& file) {
     return mesh;
 }
 
-std::string TomlContext(const std::filesystem::path& file, const toml::node& node) {
-    return file.string() + ":" + std::to_string(node.source().begin.line);
-}
-
-void ReadToml(const std::filesystem::path& file, ProjectMesh& mesh) {
-    toml::table doc;
-    try {
-        doc = toml::parse_file(file.string());
-    } catch (const toml::parse_error& e) {
-        throw ImportError(file.string() + ":" + std::to_string(e.source().begin.line) + ": " +
-                          std::string(e.description()));
-    }
-    mesh.title = doc["title"].value_or(std::string());
-
-    std::map<int, std::size_t> slabByTag;
-    for (std::size_t s = 0; s < mesh.slabs.size(); ++s)
-        slabByTag[mesh.slabs[s].physicalTag] = s;
-    std::set<int> seen;
-    if (const auto* slabs = doc["slab"].as_array()) {
-        for (const auto& node : *slabs) {
-            const auto* t = node.as_table();
-            if (!t)
-                throw ImportError(TomlContext(file, node) + ": [[slab]] must be a table");
-            const auto tag = (*t)["tag"].value<int>();
-            if (!tag)
-                throw ImportError(TomlContext(file, node) + ": a [[slab]] needs an integer tag");
-            const auto it = slabByTag.find(*tag);
-            if (it == slabByTag.end())
-                throw ImportError(TomlContext(file, node) + ": slab tag " + std::to_string(*tag) +
-                                  " is not a physical surface of the mesh");
-            if (!seen.insert(*tag).second)
-                throw ImportError(TomlContext(file, node) + ": slab tag " + std::to_string(*tag) +
-                                  " given twice");
-            const auto thickness = (*t)["thickness"].value<double>();
-            if (!thickness || !(*thickness > 0.0) || !std::isfinite(*thickness))
-                throw ImportError(TomlContext(file, node) + ": slab " + std::to_string(*tag) +
-                                  " needs a positive thickness");
-            auto& slab = mesh.slabs[it->second];
-            slab.thickness = *thickness;
-            if (auto name = (*t)["name"].value<std::string>())
-                slab.name = *name;
-        }
-    }
-    for (const auto& slab : mesh.slabs)
-        if (!seen.count(slab.physicalTag))
-            throw ImportError(file.string() + ": physical surface " +
-                              std::to_string(slab.physicalTag) +
-                              " of the mesh has no [[slab]] with its thickness");
-
-    if (const auto* cases = doc["load_case"].as_array()) {
-        for (const auto& node : *cases) {
-            const auto* t = node.as_table();
-            if (!t)
-                throw ImportError(TomlContext(file, node) + ": [[load_case]] must be a table");
-            LoadCase lc;
-            const auto id = (*t)["id"].value<long>();
-            const auto index = (*t)["index"].value<long>();
-            if (!id || !index || *index < 1)
-                throw ImportError(TomlContext(file, node) +
-                                  ": a [[load_case]] needs an integer id and an index >= 1");
-            lc.id = *id;
-            lc.index = *index;
-            lc.valid = (*t)["valid"].value_or(true);
-            lc.name = (*t)["name"].value_or(std::string());
-            for (const auto& other : mesh.loadCases)
-                if (other.id == lc.id || other.index == lc.index)
-                    throw ImportError(TomlContext(file, node) + ": load case id " +
-                                      std::to_string(lc.id) + " / index " +
-                                      std::to_string(lc.index) + " given twice");
-            mesh.loadCases.push_back(std::move(lc));
-        }
-    }
-    std::sort(mesh.loadCases.begin(), mesh.loadCases.end(),
-              [](const LoadCase& a, const LoadCase& b) { return a.index < b.index; });
-}
-
 } // namespace
 
 std::filesystem::path ProjectFile(const std::filesystem::path& project, const std::string& suffix) {
     return std::filesystem::path(project.string() + suffix);
 }
 
-ProjectMesh ReadProjectMesh(const std::filesystem::path& mshFile) {
-    RawMesh raw = ReadRawMsh(mshFile);
-    ProjectMesh mesh;
+namespace {
 
-    std::map<long, std::size_t> nodeIndex;
-    mesh.nodes.reserve(raw.nodes.size());
-    for (const auto& [tag, x] : raw.nodes) {
-        for (double c : x)
-            if (!std::isfinite(c))
-                throw ImportError(mshFile.string() + ": node " + std::to_string(tag) +
-                                  " has a non-finite coordinate");
-        nodeIndex[tag] = mesh.nodes.size();
-        mesh.nodes.push_back(x);
-    }
-    auto nodeOf = [&](long tag, long element) {
-        const auto it = nodeIndex.find(tag);
-        if (it == nodeIndex.end())
-            throw ImportError(mshFile.string() + ": element " + std::to_string(element) +
-                              " references node " + std::to_string(tag) + ", which is not in $Nodes");
-        return it->second;
-    };
-
-    // Slabs: physical surfaces in ascending tag; their elements in ascending element tag.
-    std::map<int, std::vector<const RawElement*>> bySlab;
+/// Nodes of the physical curves and points, mapped to project node indices through their
+/// Gmsh tags (a node no slab element uses has no project number and is left out).
+std::vector<NodeGroup> ReadNodeGroups(const std::filesystem::path& mshFile,
+                                      const std::map<long, std::size_t>& nodeIndex) {
+    const RawMesh raw = ReadRawMsh(mshFile);
     std::map<std::pair<int, int>, std::set<std::size_t>> groups;
     for (const auto& e : raw.elements) {
-        if (e.dimension == 2) {
-            if (e.physicals.empty())
-                continue; // not in any slab: Gmsh writes such elements only with SaveAll
-            if (e.type != 2 && e.type != 3)
-                throw ImportError(mshFile.string() + ": element " + std::to_string(e.tag) +
-                                  " of Gmsh type " + std::to_string(e.type) +
-                                  " in a physical surface; slabs take 3-node triangles and "
-                                  "4-node quadrilaterals only");
-            if (e.physicals.size() > 1)
-                throw ImportError(mshFile.string() + ": element " + std::to_string(e.tag) +
-                                  " belongs to more than one physical surface");
-            bySlab[e.physicals.front()].push_back(&e);
-        } else if (e.dimension < 2) {
-            for (int phys : e.physicals)
-                for (long n : e.nodes)
-                    groups[{e.dimension, phys}].insert(nodeOf(n, e.tag));
+        if (e.dimension >= 2)
+            continue;
+        for (int phys : e.physicals) {
+            auto& group = groups[{e.dimension, phys}];
+            for (long n : e.nodes)
+                if (const auto it = nodeIndex.find(n); it != nodeIndex.end())
+                    group.insert(it->second);
         }
     }
-    if (bySlab.empty())
-        throw ImportError(mshFile.string() +
-                          ": no physical surface; each slab must be a physical surface");
-    for (auto& [tag, list] : bySlab) {
-        std::sort(list.begin(), list.end(),
-                  [](const RawElement* a, const RawElement* b) { return a->tag < b->tag; });
-        Slab slab;
-        slab.physicalTag = tag;
-        if (auto it = raw.physicalNames.find({2, tag}); it != raw.physicalNames.end())
-            slab.name = it->second;
-        slab.firstElement = mesh.elements.size();
-        slab.elementCount = list.size();
-        const std::size_t s = mesh.slabs.size();
-        mesh.slabs.push_back(slab);
-        for (const RawElement* e : list) {
-            MeshElement me;
-            me.gmshTag = e->tag;
-            me.slab = s;
-            for (long n : e->nodes)
-                me.nodes.push_back(nodeOf(n, e->tag));
-            mesh.elements.push_back(std::move(me));
-        }
-    }
+    std::vector<NodeGroup> out;
     for (auto& [key, nodes] : groups) {
         NodeGroup g;
         g.dimension = key.first;
@@ -430,15 +306,68 @@ ProjectMesh ReadProjectMesh(const std::filesystem::path& mshFile) {
         if (auto it = raw.physicalNames.find(key); it != raw.physicalNames.end())
             g.name = it->second;
         g.nodes.assign(nodes.begin(), nodes.end());
-        mesh.nodeGroups.push_back(std::move(g));
+        out.push_back(std::move(g));
     }
+    return out;
+}
+
+ProjectMesh FromHost(const host::outcome::Project& project) {
+    ProjectMesh mesh;
+    mesh.project = project.path;
+    const auto& hm = project.mesh;
+    std::map<long, std::size_t> nodeIndex;
+    mesh.nodes.reserve(hm.nodes.size());
+    for (const auto& n : hm.nodes) {
+        nodeIndex[static_cast<long>(n.gmshTag)] = mesh.nodes.size();
+        mesh.nodes.push_back({n.position.X(), n.position.Y(), n.position.Z()});
+    }
+    for (const auto& e : hm.elements) {
+        MeshElement me;
+        me.gmshTag = static_cast<long>(e.gmshTag);
+        me.slab = e.slab - 1;
+        for (unsigned long n : e.nodes)
+            me.nodes.push_back(n - 1);
+        mesh.elements.push_back(std::move(me));
+    }
+    for (std::size_t s = 0; s < hm.slabs.size(); ++s) {
+        Slab slab;
+        slab.physicalTag = hm.slabs[s].physicalTag;
+        slab.name = hm.slabs[s].physicalName;
+        slab.firstElement = hm.slabs[s].firstElement - 1;
+        slab.elementCount = hm.slabs[s].elementCount;
+        if (const auto* data = project.SlabDataOf(s + 1)) {
+            slab.thickness = data->thickness;
+            if (!data->name.empty())
+                slab.name = data->name;
+        }
+        mesh.slabs.push_back(std::move(slab));
+    }
+    if (project.data) {
+        mesh.title = project.data->title;
+        for (const auto& lc : project.data->loadCases)
+            mesh.loadCases.push_back({lc.id, lc.index, lc.valid, lc.name});
+        std::sort(mesh.loadCases.begin(), mesh.loadCases.end(),
+                  [](const LoadCase& a, const LoadCase& b) { return a.index < b.index; });
+    }
+    mesh.nodeGroups = ReadNodeGroups(ProjectFile(project.path, ".msh"), nodeIndex);
     return mesh;
 }
 
+} // namespace
+
+ProjectMesh ReadProjectMesh(const std::filesystem::path& project) {
+    try {
+        return FromHost(host::outcome::LoadProject(project));
+    } catch (const host::outcome::ProjectError& e) {
+        throw ImportError(e.what());
+    }
+}
+
 ProjectMesh ReadProject(const std::filesystem::path& project) {
-    ProjectMesh mesh = ReadProjectMesh(ProjectFile(project, ".msh"));
-    mesh.project = project;
-    ReadToml(ProjectFile(project, ".toml"), mesh);
+    ProjectMesh mesh = ReadProjectMesh(project);
+    if (!std::filesystem::exists(ProjectFile(project, ".toml")))
+        throw ImportError(ProjectFile(project, ".toml").string() +
+                          ": missing; the slab thicknesses and load cases are needed");
     return mesh;
 }
 

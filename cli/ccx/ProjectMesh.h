@@ -1,9 +1,11 @@
 #pragma once
 // The project's mesh and settings as the CalculiX importer and the input-deck writer need
-// them: P.msh (Gmsh ASCII 2.2 or 4.1) and P.toml, in the project's numbering:
+// them, read by the host kit (host/outcome) so that the numbering is the project's own:
 //   slabs 1..S in ascending physical-surface tag,
 //   elements 1..M slab by slab, within a slab in ascending Gmsh element tag,
-//   nodes 1..N in ascending Gmsh node tag.
+//   nodes 1..N in ascending Gmsh node tag (nodes that no slab element uses have no number).
+// Added here: the nodes of P.msh's physical curves and points, which a CalculiX deck uses for
+// its boundary conditions and loads.
 // Indices in these structures are zero-based (element e here is project element e + 1).
 
 #include <array>
@@ -68,10 +70,11 @@ struct ProjectMesh {
 /// P + suffix, e.g. ProjectFile("/x/plate", ".msh") = "/x/plate.msh".
 std::filesystem::path ProjectFile(const std::filesystem::path& project, const std::string& suffix);
 
-/// Reads P.msh and P.toml. Throws ImportError naming the file and line on bad input.
+/// Reads P.msh and P.toml (which must exist). Throws ImportError naming the file and line.
 ProjectMesh ReadProject(const std::filesystem::path& project);
 
-/// Reads only the mesh part (P.msh); slabs get thickness 0 and no load cases are set.
-ProjectMesh ReadProjectMesh(const std::filesystem::path& mshFile);
+/// Reads P.msh and, when it exists, P.toml; without it slabs have thickness 0 and there are
+/// no load cases.
+ProjectMesh ReadProjectMesh(const std::filesystem::path& project);
 
 } // namespace slabadapt::ccx
