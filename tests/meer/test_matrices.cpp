@@ -282,9 +282,7 @@ TEST(RotateTensorZ, WrongSizeIsFatal) {
 TEST(RotateTensor, AboutZAgreesWithRotateTensorZ) {
     for (double angle : {0.0, 0.3, 1.2, -2.5}) {
         Dvctr a = dv({1, -2, 3, 0.5, -4, 7});
-        Dvctr b = a;
-        b.detach();
-        b.copyFrom(a);
+        Dvctr b(a); // a deep copy
         a.rotateTensor(rotationZ(angle));
         b.rotateTensorZ(angle);
         for (int i = 0; i < 6; ++i)
