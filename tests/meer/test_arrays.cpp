@@ -89,6 +89,41 @@ TEST(VectorTree, AbstractAndConcreteClasses) {
     SUCCEED();
 }
 
+#if defined(__GNUC__) && !defined(_WIN32)
+// Under the Itanium C++ ABI a pointer to a virtual member function holds 1 + the byte offset
+// of its slot in the virtual table; the table starts with two destructor entries, so slot k
+// (k >= 1) of the class tree sits at table index k + 1.
+template <typename F>
+std::ptrdiff_t tableIndex(F f) {
+    static_assert(sizeof(F) == 2 * sizeof(std::uintptr_t));
+    std::uintptr_t words[2];
+    std::memcpy(words, &f, sizeof f);
+    return static_cast<std::ptrdiff_t>((words[0] - 1) / sizeof(void*));
+}
+
+TEST(VectorTree, VirtualSlotOrder) {
+    using PrintFile = void (Xvctr::*)(std::FILE*, int, double, bool) const;
+    using PrintBuffer = void (Xvctr::*)(char*, int, double, bool) const;
+    EXPECT_EQ(tableIndex(&Array::isReal), 1 + 1);
+    EXPECT_EQ(tableIndex(&Array1d::size), 2 + 1);
+    EXPECT_EQ(tableIndex(&Array1d::printLength), 3 + 1);
+    EXPECT_EQ(tableIndex(&Array1d::printAll), 4 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::isInteger), 5 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::copyElement), 6 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::shift), 7 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::scan), 8 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::norm), 9 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::printLength3), 10 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::printLength9), 11 + 1);
+    EXPECT_EQ(tableIndex(&Xvctr::printPoint), 12 + 1);
+    EXPECT_EQ(tableIndex(static_cast<PrintFile>(&Xvctr::printTensor)), 13 + 1);
+    EXPECT_EQ(tableIndex(static_cast<PrintBuffer>(&Xvctr::printTensor)), 14 + 1);
+    EXPECT_EQ(tableIndex(&Dvctr::norm), 9 + 1);
+    EXPECT_EQ(tableIndex(&Lvctr::scan), 8 + 1);
+    EXPECT_EQ(tableIndex(&Dmtrx::isReal), 1 + 1);
+}
+#endif
+
 TEST(VectorTree, FieldsOfTheBookkeeping) {
     static_assert(std::is_same_v<decltype(Xvctr::borrowed), std::int8_t>);
     static_assert(std::is_same_v<decltype(Xvctr::viewKind), std::int8_t>);
