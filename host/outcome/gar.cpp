@@ -219,18 +219,11 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
     const std::string table = TableName(key);
     SaveRowHook hook = currentHook();
     Transaction transaction(m_db, m_path);
-    {
-        Statement existing(m_db, m_path, std::string("SELECT table_name FROM gar_results WHERE ") + kKeyMatch);
-        bindKey(existing, key);
-        if (existing.step()) {
-            if (!replace)
-                return false; // rolled back: nothing changed
-            std::string old = existing.text(0);
-            exec(m_db, m_path, "DROP TABLE IF EXISTS " + sqlName(old));
-            Statement drop(m_db, m_path, std::string("DELETE FROM gar_results WHERE ") + kKeyMatch);
-            bindKey(drop, key);
-            drop.step();
-        }
+    std::optional<std::string> old = storedTable(key);
+    if (old) {
+        if (!replace)
+            return false; // rolled back: nothing changed
+        dropResult(key, *old);
     }
     const unsigned long columns = result.GetCountOfColumns();
     std::string create = "CREATE TABLE " + sqlName(table) + "(row INTEGER PRIMARY KEY, element_id INTEGER NOT NULL";
@@ -339,17 +332,28 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
 
 bool GarStore::Remove(const CKQ_ResultKey& key) {
     Transaction transaction(m_db, m_path);
+    std::optional<std::string> table = storedTable(key);
+    if (!table)
+        return false;
+    dropResult(key, *table);
+    transaction.commit();
+    return true;
+}
+
+std::optional<std::string> GarStore::storedTable(const CKQ_ResultKey& key) const {
     Statement s(m_db, m_path, std::string("SELECT table_name FROM gar_results WHERE ") + kKeyMatch);
     bindKey(s, key);
     if (!s.step())
-        return false;
-    std::string table = s.text(0);
+        return std::nullopt;
+    return s.text(0);
+}
+
+void GarStore::dropResult(const CKQ_ResultKey& key, const std::string& table) {
+    // No statement may be running while a table is dropped.
     exec(m_db, m_path, "DROP TABLE IF EXISTS " + sqlName(table));
     Statement drop(m_db, m_path, std::string("DELETE FROM gar_results WHERE ") + kKeyMatch);
     bindKey(drop, key);
     drop.step();
-    transaction.commit();
-    return true;
 }
 
 } // namespace host::outcome

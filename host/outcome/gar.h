@@ -74,6 +74,9 @@ public:
     static std::string TableName(const CKQ_ResultKey& key);
 
 private:
+    std::optional<std::string> storedTable(const CKQ_ResultKey& key) const;
+    void dropResult(const CKQ_ResultKey& key, const std::string& table);
+
     std::filesystem::path m_path;
     sqlite3* m_db = nullptr;
 };

@@ -73,6 +73,9 @@ double CKQ_Result::GetValue(unsigned long column, unsigned long row) const {
 void CKQ_Result::SetColumnName(unsigned long column, std::string name) {
     if (column >= c_nMaxColumns)
         throw std::out_of_range("column " + std::to_string(column) + " beyond the column limit");
+    // P.GAR keeps the names joined by commas.
+    if (name.find(',') != std::string::npos)
+        throw std::invalid_argument("a column name cannot hold a comma: \"" + name + "\"");
     if (column >= m_columnNames.size())
         m_columnNames.resize(column + 1);
     m_columnNames[column] = std::move(name);

@@ -31,7 +31,8 @@ public:
     // One cell; NaN when unset; std::out_of_range outside the table.
     double GetValue(unsigned long column, unsigned long row) const;
 
-    // Optional names of the value columns (for readers of P.GAR); missing names are "".
+    // Optional names of the value columns (for readers of P.GAR); missing names are "". A name
+    // holding a comma throws std::invalid_argument.
     void SetColumnName(unsigned long column, std::string name);
     std::string GetColumnName(unsigned long column) const;
     const std::vector<std::string>& GetColumnNames() const { return m_columnNames; }

@@ -1,0 +1,169 @@
+#include "host/calclink/solver_writer.h"
+#include "host/outcome/project.h"
+#include "tests/host/outcome/project_fixture.h"
+
+#include <gmock/gmock.h>
+
+#include <clocale>
+#include <map>
+#include <regex>
+#include <set>
+
+namespace {
+
+using host::outcome::Mesh;
+using host::outcome::ReadMesh;
+using hosttest::DataDir;
+using hosttest::Near;
+using ::testing::HasSubstr;
+
+class SolverWriterTest : public hosttest::ProjectFixture {
+protected:
+    // P = Dir()/proj with the shuffled mesh: nodes 1..6, two triangles and one quadrilateral.
+    Mesh MakeShuffledProject() {
+        std::filesystem::copy_file(DataDir() / "shuffled41.msh", Dir() / "proj.msh");
+        return ReadMesh(Dir() / "proj.msh");
+    }
+    static std::vector<CKQPoint3D> Coordinates(const Mesh& mesh) {
+        std::vector<CKQPoint3D> nodes;
+        for (const auto& n : mesh.nodes)
+            nodes.push_back(n.position);
+        return nodes;
+    }
+};
+
+TEST_F(SolverWriterTest, OneEntryPerElementWithTheNodalSizes) {
+    Mesh mesh = MakeShuffledProject();
+    std::vector<double> sizes = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6};
+    CSolverFEMcoWriter writer;
+    writer.WriteMeshRefinements(CString(Project().string()), sizes, Coordinates(mesh));
+    std::string pos = Read(Dir() / "proj.refine.pos");
+    // Element 1 has nodes 1, 3, 6; element 2 nodes 1, 4, 3; element 3 nodes 4, 2, 5, 3.
+    EXPECT_EQ(pos, "View \"refinement\" {\n"
+                   "ST(0,0,0,2,2,0,0,2,0){0.10000000000000001,0.29999999999999999,0.59999999999999998};\n"
+                   "ST(0,0,0,2,0,0,2,2,0){0.10000000000000001,0.40000000000000002,0.29999999999999999};\n"
+                   "SQ(2,0,0,4,0,0,4,2,0,2,2,0){0.40000000000000002,0.20000000000000001,0.5,0.29999999999999999};\n"
+                   "};\n");
+    EXPECT_FALSE(std::filesystem::exists(Dir() / "proj.refine.pos.tmp"));
+}
+
+TEST_F(SolverWriterTest, CoordinatesAreTakenAsGiven) {
+    Mesh mesh = MakeShuffledProject();
+    auto nodes = Coordinates(mesh);
+    nodes[0] = CKQPoint3D(-0.5, 0.25, 1e-3);
+    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), std::vector<double>(6, 1.0), nodes);
+    EXPECT_THAT(Read(Dir() / "proj.refine.pos"), HasSubstr("ST(-0.5,0.25,0.001,2,2,0,0,2,0){1,1,1};"));
+}
+
+TEST_F(SolverWriterTest, TheLocaleDoesNotChangeTheNumbers) {
+    Mesh mesh = MakeShuffledProject();
+    std::string saved = std::setlocale(LC_NUMERIC, nullptr);
+    if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr)
+        GTEST_FAIL() << "the de_DE.UTF-8 locale is needed (scripts/install-deps.sh makes it)";
+    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), std::vector<double>(6, 0.25),
+                                              Coordinates(mesh));
+    std::setlocale(LC_NUMERIC, saved.c_str());
+    EXPECT_THAT(Read(Dir() / "proj.refine.pos"), HasSubstr("{0.25,0.25,0.25}"));
+}
+
+TEST_F(SolverWriterTest, SizesMustMatchTheMeshAndBePositive) {
+    Mesh mesh = MakeShuffledProject();
+    CSolverFEMcoWriter writer;
+    CString p(Project().string());
+    EXPECT_THROW(writer.WriteMeshRefinements(p, std::vector<double>(5, 1.0), Coordinates(mesh)), std::invalid_argument);
+    EXPECT_THROW(writer.WriteMeshRefinements(p, std::vector<double>(6, 1.0), {}), std::invalid_argument);
+    std::vector<double> sizes(6, 1.0);
+    sizes[3] = 0.0;
+    try {
+        writer.WriteMeshRefinements(p, sizes, Coordinates(mesh));
+        FAIL();
+    } catch (const std::invalid_argument& e) {
+        EXPECT_THAT(e.what(), HasSubstr("the size at node 4 is not a positive finite number"));
+    }
+    sizes[3] = std::nan("");
+    EXPECT_THROW(writer.WriteMeshRefinements(p, sizes, Coordinates(mesh)), std::invalid_argument);
+    EXPECT_FALSE(std::filesystem::exists(Dir() / "proj.refine.pos"));
+}
+
+TEST_F(SolverWriterTest, AProjectWithoutMesh) {
+    EXPECT_THROW(CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {}, {}),
+                 host::outcome::ProjectError);
+}
+
+TEST_F(SolverWriterTest, WriteSizeFieldChecksTheTopology) {
+    std::vector<CKQPoint3D> nodes = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
+    std::vector<double> sizes = {1, 1, 1};
+    auto pos = Dir() / "x.pos";
+    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{1, 2}}, sizes, nodes), std::invalid_argument);
+    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{1, 2, 4}}, sizes, nodes), std::invalid_argument);
+    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{0, 1, 2}}, sizes, nodes), std::invalid_argument);
+    host::calclink::WriteSizeField(pos, {{1, 2, 3}}, sizes, nodes);
+    EXPECT_EQ(Read(pos), "View \"refinement\" {\nST(0,0,0,1,0,0,0,1,0){1,1,1};\n};\n");
+}
+
+// The size the remeshing test asks for: fine on the left, coarse on the right, a linear
+// transition between.
+double TargetSize(double x) {
+    constexpr double fine = 0.25;
+    constexpr double coarse = 1.0;
+    if (x <= 3.0)
+        return fine;
+    if (x >= 7.0)
+        return coarse;
+    return fine + (coarse - fine) * (x - 3.0) / 4.0;
+}
+
+// Mean length of the edges of `mesh` whose midpoints lie in x0 <= x <= x1.
+double MeanEdgeLength(const Mesh& mesh, double x0, double x1, std::size_t& count) {
+    std::set<std::pair<unsigned long, unsigned long>> edges;
+    for (const auto& e : mesh.elements)
+        for (std::size_t k = 0; k < e.nodes.size(); ++k) {
+            unsigned long a = e.nodes[k];
+            unsigned long b = e.nodes[(k + 1) % e.nodes.size()];
+            edges.emplace(std::min(a, b), std::max(a, b));
+        }
+    double sum = 0.0;
+    count = 0;
+    for (const auto& [a, b] : edges) {
+        const CKQPoint3D& p = mesh.nodes[a - 1].position;
+        const CKQPoint3D& q = mesh.nodes[b - 1].position;
+        double xm = 0.5 * (p.x + q.x);
+        if (xm < x0 || xm > x1)
+            continue;
+        sum += (p - q).Length();
+        ++count;
+    }
+    return count > 0 ? sum / static_cast<double>(count) : 0.0;
+}
+
+TEST_F(SolverWriterTest, GmshRemeshesFollowingTheWrittenField) {
+    // The analysed mesh, size about 1 everywhere (the .geo has no size source of its own).
+    Gmsh("\"" + (DataDir() / "remesh_square.geo").string() + "\" -2 -clmax 1 -format msh41 -o \"" +
+         (Dir() / "proj.msh").string() + "\"");
+    Mesh mesh = ReadMesh(Dir() / "proj.msh");
+    ASSERT_GT(mesh.elements.size(), 50u);
+    std::vector<double> sizes;
+    for (const auto& n : mesh.nodes)
+        sizes.push_back(TargetSize(n.position.x));
+    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), sizes, Coordinates(mesh));
+
+    auto refined = Dir() / "refined.msh";
+    Gmsh("\"" + (DataDir() / "remesh_square.geo").string() + "\" -2 -bgm \"" + (Dir() / "proj.refine.pos").string() +
+         "\" -format msh41 -o \"" + refined.string() + "\"");
+    Mesh next = ReadMesh(refined);
+
+    std::size_t fineCount = 0;
+    std::size_t coarseCount = 0;
+    double fine = MeanEdgeLength(next, 0.0, 2.5, fineCount);
+    double coarse = MeanEdgeLength(next, 7.5, 10.0, coarseCount);
+    ASSERT_GT(fineCount, 100u);
+    ASSERT_GT(coarseCount, 20u);
+    RecordProperty("fine_mean_edge", std::to_string(fine));
+    RecordProperty("coarse_mean_edge", std::to_string(coarse));
+    // Within 30 % of each target, both ways.
+    EXPECT_LE(std::fabs(fine - 0.25), 0.30 * 0.25) << "fine region: mean edge " << fine << " for a target of 0.25";
+    EXPECT_LE(std::fabs(coarse - 1.0), 0.30 * 1.0) << "coarse region: mean edge " << coarse << " for a target of 1.0";
+    EXPECT_GT(next.elements.size(), 2 * mesh.elements.size());
+}
+
+} // namespace

@@ -1,0 +1,269 @@
+#include "host/outcome/gar.h"
+#include "tests/host/outcome/project_fixture.h"
+
+#include <gmock/gmock.h>
+#include <sqlite3.h>
+
+#include <cmath>
+#include <cstdlib>
+
+namespace {
+
+using host::outcome::GarError;
+using host::outcome::GarStore;
+using namespace Outcome64Enums;
+using ::testing::HasSubstr;
+
+// {AC98000C-E79E-4365-877E-0A3F95AA42F4}
+constexpr GUID kType = {0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
+
+CKQ_ResultKey SlabKey(int slab, int loadCase = 1) {
+    return CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, slab), CResultCase(eDs_LoadCase, loadCase, 0, false), 0,
+                         eCS_Local, eRL_Element, eEE_None);
+}
+
+CKQ_Result Table(const CKQ_ResultKey& key, unsigned long firstElement, unsigned long rows, double base) {
+    std::vector<unsigned long> ids(rows);
+    for (unsigned long r = 0; r < rows; ++r)
+        ids[r] = firstElement + r;
+    CKQ_Result result(key, ids);
+    for (unsigned long r = 0; r < rows; ++r)
+        for (unsigned long c = 0; c < 4; ++c)
+            result.SetValue(c, r, base + 10.0 * r + c);
+    return result;
+}
+
+class GarTest : public hosttest::ProjectFixture {
+protected:
+    void TearDown() override {
+        host::outcome::SetSaveRowHook({});
+        ProjectFixture::TearDown();
+    }
+    std::filesystem::path Gar() const { return Project().string() + ".GAR"; }
+
+    // One value of a plain SQL query through SQLite itself.
+    std::string Query(const std::string& sql) const {
+        sqlite3* db = nullptr;
+        EXPECT_EQ(sqlite3_open_v2(Gar().c_str(), &db, SQLITE_OPEN_READONLY, nullptr), SQLITE_OK);
+        std::string out;
+        auto collect = [](void* target, int n, char** values, char**) {
+            auto* s = static_cast<std::string*>(target);
+            for (int i = 0; i < n; ++i)
+                *s += (s->empty() ? "" : "|") + std::string(values[i] != nullptr ? values[i] : "NULL");
+            return 0;
+        };
+        char* error = nullptr;
+        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &out, &error), SQLITE_OK) << (error ? error : "");
+        sqlite3_free(error);
+        sqlite3_close(db);
+        return out;
+    }
+};
+
+TEST_F(GarTest, RoundTripKeepsKeyRowsValuesAndNames) {
+    CKQ_Result saved = Table(SlabKey(2), 5, 3, 0.5);
+    saved.SetColumnName(0, "global_error");
+    saved.SetColumnName(3, "size");
+    {
+        GarStore store(Gar());
+        EXPECT_TRUE(store.Save(saved));
+    }
+    GarStore store(Gar(), false);
+    auto loaded = store.Load(SlabKey(2));
+    ASSERT_TRUE(loaded.has_value());
+    EXPECT_TRUE(*loaded == saved);
+    EXPECT_EQ(loaded->GetElementId(0), 5u);
+    EXPECT_EQ(loaded->GetValue(3, 2), 0.5 + 20.0 + 3.0);
+    EXPECT_EQ(loaded->GetColumnName(0), "global_error");
+    EXPECT_EQ(loaded->GetColumnName(1), "");
+    EXPECT_FALSE(store.Load(SlabKey(3)).has_value());
+}
+
+TEST_F(GarTest, UnsetCellsAreNullAndComeBackAsNaN) {
+    CKQ_Result saved(SlabKey(1), {1, 0, 3}, 2);
+    saved.SetValue(0, 0, 1.25);
+    GarStore(Gar()).Save(saved);
+    EXPECT_EQ(Query("SELECT row, element_id, v0, v1 FROM \"" + GarStore::TableName(SlabKey(1)) + "\" ORDER BY row"),
+              "0|1|1.25|NULL|1|0|NULL|NULL|2|3|NULL|NULL");
+    auto loaded = GarStore(Gar(), false).Load(SlabKey(1));
+    ASSERT_TRUE(loaded);
+    EXPECT_TRUE(std::isnan(loaded->GetValue(1, 0)));
+    EXPECT_EQ(loaded->GetElementId(1), 0u);
+    EXPECT_TRUE(*loaded == saved);
+}
+
+TEST_F(GarTest, PlainQueriesAnswerFromTheCatalogAndTheTables) {
+    GarStore store(Gar());
+    store.Save(Table(SlabKey(1), 1, 2, 0.0));
+    store.Save(Table(SlabKey(2), 3, 4, 100.0));
+    EXPECT_EQ(Query("SELECT value FROM gar_info WHERE key = 'format'"), "1");
+    EXPECT_EQ(Query("SELECT ds_id, row_count, column_count FROM gar_results ORDER BY ds_id"), "1|2|4|2|4|4");
+    EXPECT_EQ(Query("SELECT result_type FROM gar_results WHERE ds_id = 2"), "{AC98000C-E79E-4365-877E-0A3F95AA42F4}");
+    EXPECT_EQ(Query("SELECT table_name FROM gar_results WHERE ds_id = 2"),
+              "r_AC98000CE79E4365877E0A3F95AA42F4_ds2_2_case3_1_0_0_f0_cs1_loc0_env0");
+    EXPECT_EQ(Query("SELECT element_id, v2 FROM r_AC98000CE79E4365877E0A3F95AA42F4_ds2_2_case3_1_0_0_f0_cs1_loc0_env0 "
+                    "WHERE row = 3"),
+              "6|132.0");
+}
+
+TEST_F(GarTest, TheSqliteShellReadsTheStore) {
+    GarStore(Gar()).Save(Table(SlabKey(1), 1, 2, 0.0));
+    std::string out = (Dir() / "shell.txt").string();
+    std::string command = "sqlite3 \"" + Gar().string() + "\" \"SELECT count(*) FROM gar_results;\" > \"" + out + "\"";
+    ASSERT_EQ(std::system(command.c_str()), 0);
+    EXPECT_EQ(Read(out), "1\n");
+}
+
+TEST_F(GarTest, ListGivesEveryStoredResultInKeyOrder) {
+    GarStore store(Gar());
+    store.Save(Table(SlabKey(2, 1), 3, 4, 0.0));
+    store.Save(Table(SlabKey(1, 2), 1, 2, 0.0));
+    store.Save(Table(SlabKey(1, 1), 1, 2, 0.0));
+    auto list = store.List();
+    ASSERT_EQ(list.size(), 3u);
+    EXPECT_EQ(list[0].key, SlabKey(1, 1));
+    EXPECT_EQ(list[1].key, SlabKey(1, 2));
+    EXPECT_EQ(list[2].key, SlabKey(2, 1));
+    EXPECT_EQ(list[2].rows, 4u);
+    EXPECT_EQ(list[2].columns, 4u);
+    for (const auto& info : list)
+        EXPECT_TRUE(store.Load(info.key).has_value());
+}
+
+TEST_F(GarTest, EveryPartOfTheKeyCounts) {
+    GarStore store(Gar());
+    CKQ_ResultKey base = SlabKey(1);
+    std::vector<CKQ_ResultKey> keys = {
+        base,
+        CKQ_ResultKey(GUID_NULL, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Local,
+                      eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 2, false), 0, eCS_Local,
+                      eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, true), 0, eCS_Local,
+                      eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 3, eCS_Local,
+                      eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Global,
+                      eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Local,
+                      eRL_Node, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Local,
+                      eRL_Element, eEE_Maximum),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, -1), CResultCase(eDs_Combination, -4, 0, false), 0, eCS_Local,
+                      eRL_Element, eEE_None),
+    };
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        store.Save(Table(keys[i], 1, 1, static_cast<double>(i)));
+    ASSERT_EQ(store.List().size(), keys.size());
+    for (std::size_t i = 0; i < keys.size(); ++i)
+        EXPECT_EQ(store.Load(keys[i])->GetValue(0, 0), static_cast<double>(i)) << keys[i].ToString();
+}
+
+TEST_F(GarTest, SavingAgainReplacesTheResult) {
+    GarStore store(Gar());
+    store.Save(Table(SlabKey(1), 1, 5, 0.0));
+    CKQ_Result second = Table(SlabKey(1), 1, 3, 1000.0);
+    second.SetValue(5, 0, -1.0); // now six columns
+    EXPECT_TRUE(store.Save(second, true));
+    auto loaded = store.Load(SlabKey(1));
+    ASSERT_TRUE(loaded);
+    EXPECT_EQ(loaded->GetCountOfRows(), 3u);
+    EXPECT_EQ(loaded->GetCountOfColumns(), 6u);
+    EXPECT_TRUE(*loaded == second);
+    EXPECT_EQ(store.List().size(), 1u);
+}
+
+TEST_F(GarTest, SavingWithoutReplaceKeepsTheStoredResult) {
+    GarStore store(Gar());
+    CKQ_Result first = Table(SlabKey(1), 1, 2, 0.0);
+    store.Save(first);
+    EXPECT_FALSE(store.Save(Table(SlabKey(1), 1, 2, 50.0), false));
+    EXPECT_TRUE(*store.Load(SlabKey(1)) == first);
+}
+
+TEST_F(GarTest, AFailureMidSaveLeavesTheEarlierResult) {
+    GarStore store(Gar());
+    CKQ_Result first = Table(SlabKey(1), 1, 10, 0.0);
+    store.Save(first);
+    host::outcome::SetSaveRowHook([](const CKQ_ResultKey&, unsigned long row) {
+        if (row == 6)
+            throw std::runtime_error("disk gone");
+    });
+    EXPECT_THROW(store.Save(Table(SlabKey(1), 1, 10, 500.0)), std::runtime_error);
+    host::outcome::SetSaveRowHook({});
+    auto loaded = store.Load(SlabKey(1));
+    ASSERT_TRUE(loaded);
+    EXPECT_TRUE(*loaded == first);
+    EXPECT_EQ(store.List().size(), 1u);
+    // And the store still works.
+    EXPECT_TRUE(store.Save(Table(SlabKey(1), 1, 10, 500.0)));
+    EXPECT_EQ(store.Load(SlabKey(1))->GetValue(0, 0), 500.0);
+}
+
+TEST_F(GarTest, AFailedFirstSaveLeavesNoTable) {
+    GarStore store(Gar());
+    host::outcome::SetSaveRowHook([](const CKQ_ResultKey&, unsigned long) { throw std::runtime_error("fail"); });
+    EXPECT_THROW(store.Save(Table(SlabKey(4), 1, 3, 0.0)), std::runtime_error);
+    host::outcome::SetSaveRowHook({});
+    EXPECT_TRUE(store.List().empty());
+    EXPECT_EQ(Query("SELECT count(*) FROM sqlite_master WHERE name LIKE 'r_%'"), "0");
+}
+
+using GarDeathTest = GarTest;
+
+TEST_F(GarDeathTest, ACrashMidSaveLeavesTheEarlierResult) {
+    CKQ_Result first = Table(SlabKey(1), 1, 20, 0.0);
+    GarStore(Gar()).Save(first);
+    EXPECT_EXIT(
+        {
+            GarStore store(Gar());
+            host::outcome::SetSaveRowHook([](const CKQ_ResultKey&, unsigned long row) {
+                if (row == 12)
+                    std::_Exit(3); // no unwinding, no rollback: the journal must do it
+            });
+            store.Save(Table(SlabKey(1), 1, 20, 900.0));
+        },
+        ::testing::ExitedWithCode(3), "");
+    // The hot journal beside P.GAR is rolled back when the store opens again.
+    GarStore store(Gar());
+    auto loaded = store.Load(SlabKey(1));
+    ASSERT_TRUE(loaded);
+    EXPECT_TRUE(*loaded == first);
+}
+
+TEST_F(GarTest, AFileThatIsNoStore) {
+    Write("proj.GAR", "this is not a database, just some text that is long enough to look like one........");
+    EXPECT_THROW(GarStore store(Gar()), GarError);
+    EXPECT_THROW(GarStore store(Dir() / "missing.GAR", false), GarError);
+}
+
+TEST_F(GarTest, RemoveDropsTheResult) {
+    GarStore store(Gar());
+    store.Save(Table(SlabKey(1), 1, 2, 0.0));
+    EXPECT_TRUE(store.Remove(SlabKey(1)));
+    EXPECT_FALSE(store.Remove(SlabKey(1)));
+    EXPECT_TRUE(store.List().empty());
+}
+
+TEST(CKQ_ResultTest, CellsGrowColumnsAndCheckRows) {
+    CKQ_Result r(SlabKey(1), {4, 5});
+    EXPECT_EQ(r.GetCountOfColumns(), 0u);
+    r.SetValue(2, 1, 7.0);
+    EXPECT_EQ(r.GetCountOfColumns(), 3u);
+    EXPECT_TRUE(std::isnan(r.GetValue(0, 0)));
+    EXPECT_EQ(r.GetValue(2, 1), 7.0);
+    EXPECT_THROW(r.SetValue(0, 2, 1.0), std::out_of_range);
+    EXPECT_THROW(r.SetValue(CKQ_Result::c_nMaxColumns, 0, 1.0), std::out_of_range);
+    EXPECT_THROW(r.GetValue(3, 0), std::out_of_range);
+    EXPECT_THROW(r.GetElementId(2), std::out_of_range);
+    EXPECT_THROW(r.SetColumnName(0, "a,b"), std::invalid_argument);
+}
+
+TEST(CKQ_ResultKeyTest, ReadableForm) {
+    EXPECT_EQ(SlabKey(3, 2).ToString(),
+              "{AC98000C-E79E-4365-877E-0A3F95AA42F4} slab 3, load case 2/0/0, flags 0, cs 1, loc 0, env 0");
+    EXPECT_LT(SlabKey(1, 2), SlabKey(2, 1));
+    EXPECT_EQ(SlabKey(1), SlabKey(1));
+}
+
+} // namespace
