@@ -23,17 +23,14 @@ std::int32_t spr_terms(std::int32_t type) {
     }
 }
 
-// Recovery basis at local (u, v).
-inline void spr_basis(std::int32_t type, double u, double v, double* p) {
-    switch (type) {
-    case 1:
-        p[0] = 1.0;
-        p[1] = u;
-        p[2] = v;
-        return;
-    default:
+// Recovery basis P at local (u, v).
+struct Basis3 {
+    double p0, p1, p2;
+};
+inline Basis3 spr_basis(std::int32_t type, double u, double v) {
+    if (type != 1)
         ERROR(kSource, __LINE__, "Unknown SPR patch type");
-    }
+    return {1.0, u, v};
 }
 
 // First two components of F q, F a row-major 3 x 3 matrix.
@@ -43,18 +40,17 @@ inline void map2(const double* f, const Elem3D& q, double& u, double& v) {
 }
 
 void set_rows(Dmtrx& frame, const double (&rows)[9]) {
-    frame.resize(3, 3);
-    frame.assign(rows);
+    if (frame.rows != 3 || frame.cols != 3)
+        frame.resize(3, 3);
+    std::copy(rows, rows + 9, frame.data);
 }
 
-void free_nodal_values(Dvctr***& values, std::int32_t n_regions, std::int32_t n_nodes) {
+// The vectors themselves belong to the engine's value store.
+void free_nodal_values(Dvctr***& values, std::int32_t n_regions) {
     if (!values)
         return;
-    for (std::int32_t r = 0; r < n_regions; ++r) {
-        for (std::int32_t n = 0; n < n_nodes; ++n)
-            delete values[r][n];
+    for (std::int32_t r = 0; r < n_regions; ++r)
         delete[] values[r];
-    }
     delete[] values;
     values = nullptr;
 }
@@ -75,6 +71,26 @@ void free_node_normals(NODE& node, std::int32_t n_regions) {
 // ---------------------------------------------------------------------------------------
 
 NODE::NODE() : frame(3, 3) {}
+
+Dvctr* NodalValueStore::make(std::int32_t k) {
+    if (used_ == kBlock) {
+        blocks_.push_back(std::make_unique<Dvctr[]>(kBlock));
+        used_ = 0;
+    }
+    const auto need = static_cast<std::size_t>(std::max(k, std::int32_t{0}));
+    if (left_ < need) {
+        const std::size_t size = std::max(need * kBlock, std::size_t{1});
+        slabs_.push_back(std::make_unique<double[]>(size));
+        free_ = slabs_.back().get();
+        left_ = size;
+    }
+    Dvctr* v = &blocks_.back()[used_++];
+    std::fill(free_, free_ + need, 0.0);
+    v->attach(free_, k);
+    free_ += need;
+    left_ -= need;
+    return v;
+}
 
 ELEMENT::~ELEMENT() {
     delete[] nodes;
@@ -104,9 +120,9 @@ MEER::MEER(const MEER& other)
 
 MEER::~MEER() {
     if (owns_values1_)
-        free_nodal_values(nodal_values1, n_regions, n_nodes);
+        free_nodal_values(nodal_values1, n_regions);
     if (owns_values2_)
-        free_nodal_values(nodal_values2, n_regions, n_nodes);
+        free_nodal_values(nodal_values2, n_regions);
     if (owns_nodes_) {
         for (std::int32_t n = 0; n < n_nodes; ++n) {
             // A node without its normals array means the mesh never went through patch
@@ -180,7 +196,8 @@ double MEER::estimate(double target) {
     return compute_refinement(target);
 }
 
-double* MEER::values_buffer(std::vector<double>& buffer, std::int32_t count, std::int32_t k) {
+double* MEER::grow_values_buffer(std::vector<double>& buffer, std::int32_t count,
+                                 std::int32_t k) {
     // Sized by what the count callback reports; at least k so that the first k entries can
     // always be read (entries the callback did not write read as 0).
     const std::size_t need = static_cast<std::size_t>(std::max(std::max(count, k), 0));
@@ -321,24 +338,33 @@ void MEER::prepare_region(std::int32_t r) {
             node.boundary = 1;
     }
 
-    // Node frames.
+    // Node frames. A node's new normal is summed in place and goes to the heap only when the
+    // node keeps it (a normal along z is dropped at once, which is every node of a floor).
     for (std::int32_t n = 0; n < n_nodes; ++n) {
         NODE& node = nodes[n];
+        VectoR fresh;
+        VectoR* normal = nullptr;
         if (!planar) {
             if (!node.normals)
                 node.normals = new VectoR*[static_cast<std::size_t>(n_regions)]();
-            if (node.elems.size() > 0) {
-                VectoR* sum = node.normals[r];
-                if (!sum)
-                    sum = node.normals[r] = new VectoR();
-                sum->x = sum->y = sum->z = 0.0;
-                for (std::int32_t i = 0; i < node.elems.size(); ++i)
-                    sum->add(*elements[node.elems[i]].normal);
+            if (node.elems.n > 0) {
+                delete node.normals[r];
+                node.normals[r] = nullptr;
+                for (std::int32_t i = 0; i < node.elems.n; ++i)
+                    fresh.add(*elements[node.elems[i]].normal);
+                normal = &fresh;
             }
         }
-        if (!node.normals || !node.normals[r])
-            continue;
-        VectoR& nv = *node.normals[r];
+        if (!normal) {
+            if (!node.normals || !node.normals[r])
+                continue;
+            normal = node.normals[r];
+        }
+        auto keep = [&](const VectoR& v) {
+            if (normal == &fresh)
+                node.normals[r] = new VectoR(v);
+        };
+        VectoR& nv = *normal;
         const double a = std::fabs(nv.x);
         const double b = std::fabs(nv.y);
         const double c = std::fabs(nv.z);
@@ -348,6 +374,7 @@ void MEER::prepare_region(std::int32_t r) {
                 ERROR(kSource, __LINE__, "collapsed normal");
             if (b / a < kFrameTolerance && c / a < kFrameTolerance) {
                 set_rows(node.frame, {0, 1, 0, 0, 0, 1, 1, 0, 0});
+                keep(nv);
                 continue;
             }
             t = VectoR(0.0, nv.z, -nv.y);
@@ -356,6 +383,7 @@ void MEER::prepare_region(std::int32_t r) {
                 ERROR(kSource, __LINE__, "collapsed normal");
             if (a / b < kFrameTolerance && c / b < kFrameTolerance) {
                 set_rows(node.frame, {0, 0, 1, 1, 0, 0, 0, 1, 0});
+                keep(nv);
                 continue;
             }
             t = VectoR(-nv.z, 0.0, nv.x);
@@ -364,8 +392,10 @@ void MEER::prepare_region(std::int32_t r) {
                 ERROR(kSource, __LINE__, "collapsed normal");
             if (a / c < kFrameTolerance && b / c < kFrameTolerance) {
                 // Normal along z: no local frame, the patch fits in global x and y.
-                delete node.normals[r];
-                node.normals[r] = nullptr;
+                if (normal != &fresh) {
+                    delete node.normals[r];
+                    node.normals[r] = nullptr;
+                }
                 set_rows(node.frame, {1, 0, 0, 0, 1, 0, 0, 0, 1});
                 continue;
             }
@@ -377,6 +407,7 @@ void MEER::prepare_region(std::int32_t r) {
         s.normalize();
         nv.normalize();
         set_rows(node.frame, {t.x, t.y, t.z, s.x, s.y, s.z, nv.x, nv.y, nv.z});
+        keep(nv);
     }
 }
 
@@ -438,7 +469,7 @@ void MEER::assemble_patch(NODE& node, std::vector<NODE*>& patch) {
 void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPValues kind,
                      Dvctr** values, Lvctr& counter) {
     const std::int32_t type = regions[r].spr_patch_type;
-    const std::int32_t m = number_of_terms(r);
+    const std::int32_t m = number_of_terms(r); // 3: the accumulation below relies on it
     const std::int32_t k = regions[r].n_values;
     NODE& centre = *patch.front();
 
@@ -467,16 +498,16 @@ void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPVal
     }
     Dvctr* rhs = fit_rhs_.get();
     Dvctr* sol = fit_sol_.get();
-    for (std::int32_t j = 0; j < k; ++j) {
-        rhs[j].resize(m);
-        rhs[j].zero();
-    }
-    Dmtrx& a = fit_matrix_;
-    a.resize(m, m);
-    a.zero();
-    double p[3];
-    double* ad = a.data;
 
+    // Normal equations A = sum P P^T, b_j = sum v_j P. The only basis has three terms, so A is
+    // summed in scalars (only its upper half: the lower one receives the very same products)
+    // and the right-hand sides in one flat buffer, then handed to the matrix and vectors.
+    const std::size_t flat = static_cast<std::size_t>(k) * 3;
+    if (fit_b_.size() < flat)
+        fit_b_.resize(flat);
+    double* bb = fit_b_.data();
+    std::fill(bb, bb + flat, 0.0);
+    double a00 = 0.0, a01 = 0.0, a02 = 0.0, a11 = 0.0, a12 = 0.0, a22 = 0.0;
     for (std::int32_t i = 0; i < centre.elems.size(); ++i) {
         const std::int32_t e = centre.elems[i];
         const ELEMENT& el = elements[e];
@@ -487,16 +518,28 @@ void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPVal
             double u = 0.0;
             double w = 0.0;
             coordinates(el.ip_coords[ip], u, w);
-            spr_basis(type, u, w, p);
-            for (std::int32_t x = 0; x < m; ++x)
-                for (std::int32_t y = 0; y < m; ++y)
-                    ad[x * m + y] += p[x] * p[y];
+            const Basis3 p = spr_basis(type, u, w);
+            a00 += p.p0 * p.p0;
+            a01 += p.p0 * p.p1;
+            a02 += p.p0 * p.p2;
+            a11 += p.p1 * p.p1;
+            a12 += p.p1 * p.p2;
+            a22 += p.p2 * p.p2;
             for (std::int32_t j = 0; j < k; ++j) {
-                double* b = rhs[j].data;
-                for (std::int32_t x = 0; x < m; ++x)
-                    b[x] += v[j] * p[x];
+                bb[3 * j] += v[j] * p.p0;
+                bb[3 * j + 1] += v[j] * p.p1;
+                bb[3 * j + 2] += v[j] * p.p2;
             }
         }
+    }
+    Dmtrx& a = fit_matrix_;
+    a.resize(m, m);
+    const double upper[9] = {a00, a01, a02, a01, a11, a12, a02, a12, a22};
+    a.assign(upper);
+    for (std::int32_t j = 0; j < k; ++j) {
+        if (rhs[j].n != m)
+            rhs[j].resize(m);
+        std::copy(bb + 3 * j, bb + 3 * j + 3, rhs[j].data);
     }
 
     if (!a.solveMany(sol, rhs, k)) {
@@ -517,7 +560,7 @@ void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPVal
             mean.divide(static_cast<double>(el.n_ips1));
             const std::int32_t c = centre.number;
             if (!values[c]) {
-                values[c] = new Dvctr(k);
+                values[c] = value_store_.make(k);
                 counter[c] = 0;
             }
             double* out = values[c]->data;
@@ -535,19 +578,16 @@ void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPVal
         double w = 0.0;
         if (node != &centre || !local)
             coordinates(node->coords, u, w);
-        spr_basis(type, u, w, p);
+        const Basis3 p = spr_basis(type, u, w);
         const std::int32_t c = node->number;
         if (!values[c]) {
-            values[c] = new Dvctr(k);
+            values[c] = value_store_.make(k);
             counter[c] = 0;
         }
         double* out = values[c]->data;
         for (std::int32_t j = 0; j < k; ++j) {
             const double* s = sol[j].data;
-            double v = 0.0;
-            for (std::int32_t x = 0; x < m; ++x)
-                v += s[x] * p[x];
-            out[j] += v;
+            out[j] += s[0] * p.p0 + s[1] * p.p1 + s[2] * p.p2;
         }
         ++counter[c];
     }

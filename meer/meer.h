@@ -81,6 +81,27 @@ public:
     VectoR* normal = nullptr;   // owned, not normalised: its length grows with the area
 };
 
+// Storage of the smoothed nodal value vectors. The vectors and their elements are carved
+// from blocks, so that a run does not go to the heap once per node; they live as long as
+// the store (that is, the engine that made them) and are never deleted one by one.
+class NodalValueStore {
+public:
+    NodalValueStore() = default;
+    NodalValueStore(const NodalValueStore&) = delete;
+    NodalValueStore& operator=(const NodalValueStore&) = delete;
+
+    // A vector of k zeros.
+    Dvctr* make(std::int32_t k);
+
+private:
+    static constexpr std::int32_t kBlock = 4096;
+    std::vector<std::unique_ptr<Dvctr[]>> blocks_;
+    std::int32_t used_ = kBlock; // vectors taken from the last block
+    std::vector<std::unique_ptr<double[]>> slabs_;
+    double* free_ = nullptr;
+    std::size_t left_ = 0; // doubles left in the last slab
+};
+
 // ---------------------------------------------------------------------------------------
 // The engine
 // ---------------------------------------------------------------------------------------
@@ -140,7 +161,8 @@ public:
 
     MEER_IPValues ipv1_kind = MEER_IPV_NONE;
     MEER_IPValues ipv2_kind = MEER_IPV_NONE;
-    // [regions][nodes] of owned value vectors; null = not approximated.
+    // [regions][nodes] of value vectors owned by the engine (its value store); null = not
+    // approximated.
     Dvctr*** nodal_values1 = nullptr;
     Dvctr*** nodal_values2 = nullptr;
     Dvctr elem_error2;        // squared error norm per element
@@ -176,8 +198,15 @@ protected:
 
 private:
     void prepare_run_hook() {}
+    // A buffer for count values of which the first k are read.
     static double* values_buffer(std::vector<double>& buffer, std::int32_t count,
-                                 std::int32_t k);
+                                 std::int32_t k) {
+        if (count >= k && static_cast<std::size_t>(count) <= buffer.size())
+            return buffer.data();
+        return grow_values_buffer(buffer, count, k);
+    }
+    static double* grow_values_buffer(std::vector<double>& buffer, std::int32_t count,
+                                      std::int32_t k);
 
     // Ownership of the shared tables: a copy borrows what it got from its source.
     bool owns_regions_ = true;
@@ -186,11 +215,14 @@ private:
     bool owns_values1_ = true;
     bool owns_values2_ = true;
 
+    NodalValueStore value_store_;
+
     // Reusable working storage of a run, sized by what the callbacks report.
     std::vector<double> value_buf_;
     std::vector<double> value_buf2_;
     std::vector<double> s1_;
     std::vector<double> s2_;
+    std::vector<double> fit_b_;
     std::vector<double> boundary_work_;
     std::vector<NODE*> patch_;
     Dmtrx fit_matrix_;

@@ -112,8 +112,6 @@ TEST(Recovery, FlatMeshInXYHasNoLocalFrameAndFitsInGlobalXY) {
         engine.fit_patch(0, patch, MEER_IPV_DEFORMATIONS, values.data(), counter);
     });
     EXPECT_TRUE(is_engine_error(text, "Problem s zaplatou elementu kolem uzlu 4"));
-    for (Dvctr* v : values)
-        delete v;
 }
 
 TEST(Recovery, NormalAlongXGivesTheYZFrame) {
