@@ -1,0 +1,539 @@
+#include "cli/Commands.h"
+
+#include "adaptivity/AdaptExecute.h"
+#include "adaptivity/Version.h"
+#include "cli/Json.h"
+#include "cli/ProjectCheck.h"
+#include "cli/StoredResults.h"
+#include "cli/VtuExport.h"
+#include "host/outcome/gar.h"
+
+#include <chrono>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
+#include <limits>
+#include <optional>
+#include <sstream>
+
+namespace slabadapt::cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+std::string Fixed(double value, int decimals) {
+    if (std::isnan(value))
+        return "-";
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%.*f", decimals, value);
+    return buffer;
+}
+
+std::string General(double value) {
+    if (std::isnan(value))
+        return "-";
+    char buffer[64];
+    std::snprintf(buffer, sizeof buffer, "%.4g", value);
+    return buffer;
+}
+
+std::string Padded(std::string text, std::size_t width, bool right = true) {
+    if (text.size() >= width)
+        return text;
+    const std::string pad(width - text.size(), ' ');
+    return right ? pad + text : text + pad;
+}
+
+// A file the run wrote: it exists and was changed after the run started.
+bool WrittenSince(const fs::path& file, fs::file_time_type start) {
+    std::error_code ec;
+    const auto time = fs::last_write_time(file, ec);
+    return !ec && time >= start;
+}
+
+struct WrittenFile {
+    fs::path path;
+    std::string content;
+};
+
+// What the run reports, in either form.
+struct RunReport {
+    RunOptions options;
+    std::optional<CheckReport> check;
+    int code = -1;
+    double globalError = 0.0;
+    std::vector<SlabSummary> slabs;
+    std::vector<WrittenFile> files;
+    std::string resultsProblem; // why the stored results could not be read back
+    double seconds = 0.0;
+};
+
+void PrintRunText(const RunReport& r, std::ostream& out) {
+    const RunOptions& o = r.options;
+    out << "slabadapt " << slabadapt::Version() << ": adaptivity run on " << o.project.string()
+        << "\n  target " << General(100.0 * o.target) << " %, load case"
+        << (o.loadCases.size() == 1 ? " " : "s ");
+    for (std::size_t i = 0; i < o.loadCases.size(); ++i)
+        out << (i ? ", " : "") << o.loadCases[i];
+    out << '\n';
+    if (r.check)
+        out << "check: " << SummaryLine(*r.check) << '\n';
+    else
+        out << "check: skipped (--no-check)\n";
+    out << "result: " << r.code << ' ' << ResultCodeName(r.code) << '\n';
+    if (r.code != Success && r.code != WriteMeshRefinementFailed) {
+        out << "no global error: the run stopped before its end\n";
+    } else {
+        const double percent = 100.0 * r.globalError;
+        out << "global relative error: " << Fixed(percent, 2) << " % (target "
+            << General(100.0 * o.target) << " %): "
+            << (r.globalError <= o.target ? "within the target"
+                                          : "above the target, the mesh needs refining")
+            << '\n';
+    }
+    if (!r.slabs.empty()) {
+        out << "slab  name          elements  largest local error  smallest new size  "
+               "largest new size\n";
+        for (const SlabSummary& s : r.slabs)
+            out << Padded(std::to_string(s.slab), 4) << "  " << Padded(s.name, 12, false)
+                << Padded(std::to_string(s.elements), 10)
+                << Padded(Fixed(s.maxLocalErrorPercent, 2) + " %", 21)
+                << Padded(General(s.minNewSize), 19) << Padded(General(s.maxNewSize), 18) << '\n';
+    }
+    if (!r.resultsProblem.empty())
+        out << "stored results: " << r.resultsProblem << '\n';
+    if (r.files.empty()) {
+        out << "files written: none\n";
+    } else {
+        out << "files written:\n";
+        for (const WrittenFile& f : r.files)
+            out << "  " << f.path.string() << "  (" << f.content << ")\n";
+    }
+    out << "time: " << Fixed(r.seconds, 2) << " s\n";
+}
+
+void PrintRunJson(const RunReport& r, std::ostream& out) {
+    const RunOptions& o = r.options;
+    out << "{\"project\": " << JsonString(o.project.string())
+        << ", \"version\": " << JsonString(slabadapt::Version())
+        << ", \"target\": " << JsonNumber(o.target) << ", \"load_cases\": [";
+    for (std::size_t i = 0; i < o.loadCases.size(); ++i)
+        out << (i ? ", " : "") << o.loadCases[i];
+    out << "], \"solver_type\": " << o.solverType << ", \"source_flag\": " << o.sourceFlag
+        << ", \"check\": " << (r.check ? CheckReportJson(*r.check) : std::string("null"))
+        << ", \"result_code\": ";
+    if (r.code >= 0)
+        out << r.code << ", \"result\": " << JsonString(ResultCodeName(r.code));
+    else
+        out << "null, \"result\": null";
+    const bool haveError = r.code == Success || r.code == WriteMeshRefinementFailed;
+    out << ", \"global_error\": " << (haveError ? JsonNumber(r.globalError) : "null")
+        << ", \"global_error_percent\": "
+        << (haveError ? JsonNumber(100.0 * r.globalError) : "null")
+        << ", \"within_target\": "
+        << (haveError ? (r.globalError <= o.target ? "true" : "false") : "null")
+        << ", \"slabs\": [";
+    for (std::size_t i = 0; i < r.slabs.size(); ++i) {
+        const SlabSummary& s = r.slabs[i];
+        out << (i ? ", " : "") << "{\"slab\": " << s.slab << ", \"name\": " << JsonString(s.name)
+            << ", \"elements\": " << s.elements
+            << ", \"max_local_error_percent\": " << JsonNumber(s.maxLocalErrorPercent)
+            << ", \"min_new_size\": " << JsonNumber(s.minNewSize)
+            << ", \"max_new_size\": " << JsonNumber(s.maxNewSize) << "}";
+    }
+    out << "], \"files\": [";
+    for (std::size_t i = 0; i < r.files.size(); ++i)
+        out << (i ? ", " : "") << "{\"path\": " << JsonString(r.files[i].path.string())
+            << ", \"content\": " << JsonString(r.files[i].content) << "}";
+    out << "], \"seconds\": " << JsonNumber(r.seconds) << "}\n";
+}
+
+void PrintFindingsTo(const CheckReport& report, std::ostream& err) { PrintFindings(report, err); }
+
+} // namespace
+
+const char* ResultCodeName(int code) {
+    switch (code) {
+    case Success: return "Success";
+    case ResultsAccessInitFailed: return "ResultsAccessInitFailed";
+    case MeshDataPreparationFailed: return "MeshDataPreparationFailed";
+    case EstimatorInitFailed: return "EstimatorInitFailed";
+    case EstimatorRunFailed: return "EstimatorRunFailed";
+    case StoreResultsFailed: return "StoreResultsFailed";
+    case WriteMeshRefinementFailed: return "WriteMeshRefinementFailed";
+    default: return "unknown result code";
+    }
+}
+
+// ---------------------------------------------------------------------------------------------
+// run
+// ---------------------------------------------------------------------------------------------
+
+int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
+    RunReport report;
+    report.options = options;
+    report.options.project = fs::absolute(options.project).lexically_normal();
+    const fs::path& project = report.options.project;
+
+    if (!options.noCheck) {
+        report.check = CheckProject(project, options.loadCases);
+        PrintFindingsTo(*report.check, err);
+        if (!report.check->Passed()) {
+            err << "slabadapt: the project check found " << report.check->Errors()
+                << (report.check->Errors() == 1 ? " error" : " errors")
+                << "; nothing was run (--no-check runs anyway)\n";
+            if (options.json)
+                PrintRunJson(report, out);
+            return kExitCheckFailed;
+        }
+    }
+
+    const auto wallStart = std::chrono::steady_clock::now();
+    const auto fileStart = fs::file_time_type::clock::now() - std::chrono::seconds(1);
+    CAdaptExecute execute;
+    try {
+        report.code = execute.Execute(CString(project.string()),
+                                      static_cast<unsigned char>(options.sourceFlag),
+                                      options.solverType, options.target, options.loadCases);
+    } catch (const std::exception& e) {
+        err << "slabadapt: the run failed before the estimator started: " << e.what() << '\n';
+        return kExitInternal;
+    } catch (...) {
+        err << "slabadapt: the run failed before the estimator started\n";
+        return kExitInternal;
+    }
+    report.seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
+    report.globalError = execute.GetAdaptivityResult();
+
+    const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
+    const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");
+    if (WrittenSince(gar, fileStart)) {
+        report.files.push_back({gar, "errors and new sizes per element: slabadapt results"});
+        try {
+            const host::outcome::Project* model =
+                report.check && report.check->model ? &*report.check->model : nullptr;
+            std::optional<host::outcome::Project> loaded;
+            if (model == nullptr) {
+                try {
+                    loaded = host::outcome::LoadProject(project);
+                    model = &*loaded;
+                } catch (const std::exception&) {
+                    // Names are a nicety; the numbers come from P.GAR alone.
+                }
+            }
+            report.slabs = Summarize(ReadStoredResults(project, model));
+        } catch (const std::exception& e) {
+            report.resultsProblem = e.what();
+        }
+    }
+    if (WrittenSince(pos, fileStart)) {
+        const fs::path geo = host::outcome::ProjectFile(project, ".geo");
+        report.files.push_back(
+            {pos, "size field for the mesher: gmsh " +
+                      (fs::exists(geo) ? geo.string() : std::string("GEOMETRY.geo")) +
+                      " -2 -bgm " + pos.string()});
+    }
+
+    if (options.json)
+        PrintRunJson(report, out);
+    else
+        PrintRunText(report, out);
+    if (report.code != Success)
+        err << "slabadapt: the run ended with result " << report.code << " ("
+            << ResultCodeName(report.code) << ")\n";
+    return report.code;
+}
+
+// ---------------------------------------------------------------------------------------------
+// check
+// ---------------------------------------------------------------------------------------------
+
+int CheckCommand(const fs::path& project, const std::vector<long>& loadCases, bool json,
+                 std::ostream& out, std::ostream& err) {
+    const CheckReport report = CheckProject(project, loadCases);
+    if (json) {
+        out << CheckReportJson(report) << '\n';
+    } else {
+        PrintFindings(report, out);
+        out << "check of " << project.string() << ": " << SummaryLine(report) << '\n';
+    }
+    if (!report.Passed()) {
+        if (json)
+            err << "slabadapt: the project check found " << report.Errors() << " errors\n";
+        return kExitCheckFailed;
+    }
+    return 0;
+}
+
+// ---------------------------------------------------------------------------------------------
+// results
+// ---------------------------------------------------------------------------------------------
+
+int ResultsCommand(const fs::path& project, const std::string& format, std::ostream& out,
+                   std::ostream& err) {
+    std::optional<host::outcome::Project> model;
+    try {
+        model = host::outcome::LoadProject(project);
+    } catch (const std::exception&) {
+        // The stored results stand on their own; names are left empty.
+    }
+    StoredResults results;
+    try {
+        results = ReadStoredResults(project, model ? &*model : nullptr);
+    } catch (const std::exception& e) {
+        err << "slabadapt: " << e.what() << "\n(no stored results: `slabadapt run` writes them)\n";
+        return kExitNoInput;
+    }
+    if (results.otherResults > 0)
+        err << "slabadapt: " << results.otherResults
+            << " stored results of other types are not listed\n";
+
+    if (format == "csv") {
+        out << "slab,slab_name,result_case,row,element";
+        for (const ColumnInfo& c : kColumns)
+            out << ',' << c.name;
+        out << '\n';
+        for (const SlabResult& s : results.slabs)
+            for (std::size_t r = 0; r < s.rows.size(); ++r) {
+                out << s.slab << ',' << s.name << ',' << s.resultCase << ',' << r << ','
+                    << s.elementIds[r];
+                for (double v : s.rows[r])
+                    out << ',' << (std::isnan(v) ? std::string() : JsonNumber(v));
+                out << '\n';
+            }
+        return 0;
+    }
+    if (format == "json") {
+        out << "{\"file\": " << JsonString(results.garFile.string()) << ", \"columns\": [";
+        for (std::size_t c = 0; c < kColumns.size(); ++c)
+            out << (c ? ", " : "") << "{\"name\": " << JsonString(kColumns[c].name)
+                << ", \"meaning\": " << JsonString(kColumns[c].meaning) << "}";
+        out << "], \"results\": [";
+        for (std::size_t i = 0; i < results.slabs.size(); ++i) {
+            const SlabResult& s = results.slabs[i];
+            out << (i ? ", " : "") << "{\"slab\": " << s.slab << ", \"name\": " << JsonString(s.name)
+                << ", \"result_case\": " << s.resultCase << ", \"rows\": [";
+            for (std::size_t r = 0; r < s.rows.size(); ++r) {
+                out << (r ? ", " : "") << "{\"row\": " << r << ", \"element\": " << s.elementIds[r];
+                for (std::size_t c = 0; c < kColumns.size(); ++c)
+                    out << ", " << JsonString(kColumns[c].name) << ": " << JsonNumber(s.rows[r][c]);
+                out << "}";
+            }
+            out << "]}";
+        }
+        out << "]}\n";
+        return 0;
+    }
+    // table
+    std::size_t rows = 0;
+    for (const SlabResult& s : results.slabs)
+        rows += s.rows.size();
+    out << results.garFile.string() << ": " << results.slabs.size() << " adaptivity results, "
+        << rows << " rows\n";
+    for (const ColumnInfo& c : kColumns)
+        out << "  " << Padded(c.title, 14, false) << c.meaning << '\n';
+    out << "slab  name         case    row  element  global error   local error  error density"
+           "      new size\n";
+    for (const SlabResult& s : results.slabs)
+        for (std::size_t r = 0; r < s.rows.size(); ++r) {
+            out << Padded(std::to_string(s.slab), 4) << "  " << Padded(s.name, 11, false)
+                << Padded(std::to_string(s.resultCase), 6) << Padded(std::to_string(r), 7)
+                << Padded(std::to_string(s.elementIds[r]), 9);
+            for (double v : s.rows[r]) {
+                char buffer[32];
+                std::snprintf(buffer, sizeof buffer, "%.6g", v);
+                out << Padded(std::isnan(v) ? "-" : buffer, 14);
+            }
+            out << '\n';
+        }
+    return 0;
+}
+
+// ---------------------------------------------------------------------------------------------
+// export
+// ---------------------------------------------------------------------------------------------
+
+int ExportVtuCommand(const fs::path& project, const fs::path& vtu, std::ostream& out,
+                     std::ostream& err) {
+    host::outcome::Project model;
+    try {
+        model = host::outcome::LoadProject(project);
+    } catch (const std::exception& e) {
+        err << "slabadapt: " << e.what() << '\n';
+        return kExitNoInput;
+    }
+    StoredResults results;
+    try {
+        results = ReadStoredResults(project, &model);
+    } catch (const std::exception& e) {
+        err << "slabadapt: " << e.what() << "\n(no stored results: `slabadapt run` writes them)\n";
+        return kExitNoInput;
+    }
+    const auto columns = ElementColumns(results, model.mesh.elements.size());
+    const auto sizes = NodalSizes(model.mesh, columns);
+    try {
+        WriteVtu(vtu, model.mesh, columns, sizes);
+    } catch (const std::exception& e) {
+        err << "slabadapt: " << e.what() << '\n';
+        return kExitCannotWrite;
+    }
+    out << "wrote " << vtu.string() << ": " << model.mesh.elements.size() << " cells, "
+        << model.mesh.nodes.size() << " points\n";
+    return 0;
+}
+
+// ---------------------------------------------------------------------------------------------
+// The command line
+// ---------------------------------------------------------------------------------------------
+
+void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostream& err) {
+    app.require_subcommand(1);
+    app.footer("Examples:\n"
+               "  slabadapt check examples/floor/floor\n"
+               "  slabadapt run examples/floor/floor --target 0.05 --load-case 101 --load-case 102\n"
+               "  slabadapt results examples/floor/floor --format csv > errors.csv\n"
+               "  slabadapt export examples/floor/floor --vtu floor.vtu\n"
+               "A project P is a path without extension: P.msh (mesh), P.toml (slabs, load "
+               "cases),\nP.STRINTG0001... (integration-point results); a run writes P.GAR and "
+               "P.refine.pos.\nExit codes: run: its result code 0-6; 64 usage, 65 the project "
+               "check failed,\n66 input missing, 70 internal failure, 74 output not written.");
+
+    // run
+    auto run = std::make_shared<RunOptions>();
+    CLI::App* runCmd = app.add_subcommand(
+        "run", "Estimate the discretisation error of project P and write the size field");
+    runCmd->add_option("project", run->project, "the project path P, without extension")
+        ->required();
+    runCmd->add_option("--target", run->target,
+                       "required relative error as a fraction (0.05 means 5 %)")
+        ->required()
+        ->check(CLI::Validator(
+            [](const std::string& text) -> std::string {
+                const double value = std::strtod(text.c_str(), nullptr);
+                if (value > 0.0 && value <= 1.0)
+                    return {};
+                return "the target is a fraction between 0 and 1 (0.05 means 5 %), not " + text;
+            },
+            "FRACTION"));
+    runCmd->add_option("--load-case", run->loadCases,
+                       "a load-case id of P.toml to evaluate; repeat for several (summed)")
+        ->required()
+        ->take_all();
+    runCmd->add_option("--solver-type", run->solverType, "the solver type handed to the result store")
+        ->check(CLI::NonNegativeNumber);
+    runCmd->add_option("--source-flag", run->sourceFlag, "the source flag handed to the result store")
+        ->check(CLI::Range(0, 255));
+    runCmd->add_flag("--no-check", run->noCheck, "run without checking the project first");
+    runCmd->add_flag("--json", run->json, "print the summary as JSON");
+    runCmd->footer("Example:\n  slabadapt run examples/floor/floor --target 0.05 --load-case 101 "
+                   "--load-case 102\nExits with the run's result code (0 success, 1-6 the failed "
+                   "stage) or 65 when the check fails.");
+    runCmd->callback([run, &exitCode, &out, &err] {
+        try {
+            exitCode = RunCommand(*run, out, err);
+        } catch (const std::exception& e) {
+            err << "slabadapt: " << e.what() << '\n';
+            exitCode = kExitInternal;
+        }
+    });
+
+    // check
+    auto checkProject = std::make_shared<fs::path>();
+    auto checkCases = std::make_shared<std::vector<long>>();
+    auto checkJson = std::make_shared<bool>(false);
+    CLI::App* checkCmd = app.add_subcommand(
+        "check", "Check project P for everything that would stop or mislead a run");
+    checkCmd->add_option("project", *checkProject, "the project path P, without extension")
+        ->required();
+    checkCmd->add_option("--load-case", *checkCases,
+                         "a load-case id to check; repeat for several (default: all of P.toml)")
+        ->take_all();
+    checkCmd->add_flag("--json", *checkJson, "print the report as JSON");
+    checkCmd->footer("Example:\n  slabadapt check examples/floor/floor --load-case 101\n"
+                     "Exits with 0 when no error was found, 65 otherwise.");
+    checkCmd->callback([=, &exitCode, &out, &err] {
+        try {
+            exitCode = CheckCommand(*checkProject, *checkCases, *checkJson, out, err);
+        } catch (const std::exception& e) {
+            err << "slabadapt: " << e.what() << '\n';
+            exitCode = kExitInternal;
+        }
+    });
+
+    // results
+    auto resultsProject = std::make_shared<fs::path>();
+    auto format = std::make_shared<std::string>("table");
+    CLI::App* resultsCmd =
+        app.add_subcommand("results", "Print the errors and sizes a run stored in P.GAR");
+    resultsCmd->add_option("project", *resultsProject, "the project path P, without extension")
+        ->required();
+    resultsCmd->add_option("--format", *format, "table (default), csv or json")
+        ->check(CLI::IsMember({"table", "csv", "json"}));
+    resultsCmd->footer("Example:\n  slabadapt results examples/floor/floor --format csv > errors.csv");
+    resultsCmd->callback([=, &exitCode, &out, &err] {
+        try {
+            exitCode = ResultsCommand(*resultsProject, *format, out, err);
+        } catch (const std::exception& e) {
+            err << "slabadapt: " << e.what() << '\n';
+            exitCode = kExitInternal;
+        }
+    });
+
+    // export
+    auto exportProject = std::make_shared<fs::path>();
+    auto vtu = std::make_shared<fs::path>();
+    CLI::App* exportCmd =
+        app.add_subcommand("export", "Write P's mesh with the stored results for other programs");
+    exportCmd->add_option("project", *exportProject, "the project path P, without extension")
+        ->required();
+    CLI::Option* vtuOption = exportCmd->add_option(
+        "--vtu", *vtu,
+        "a VTK XML unstructured grid for ParaView: stored errors and sizes per cell, nodal "
+        "sizes per point");
+    exportCmd->footer("Example:\n  slabadapt export examples/floor/floor --vtu floor.vtu");
+    exportCmd->callback([=, &exitCode, &out, &err] {
+        try {
+            if (vtuOption->count() > 0) {
+                exitCode = ExportVtuCommand(*exportProject, *vtu, out, err);
+                return;
+            }
+            // Other parts of the program may add export formats of their own to this command;
+            // they do their work before this callback.
+            for (const CLI::Option* option : exportCmd->get_options())
+                if (option != vtuOption && option->count() > 0 &&
+                    option->get_name() != "project" && !option->get_lnames().empty())
+                    return;
+            err << "slabadapt: export needs a format, e.g. --vtu FILE (see slabadapt export "
+                   "--help)\n";
+            exitCode = kExitUsage;
+        } catch (const std::exception& e) {
+            err << "slabadapt: " << e.what() << '\n';
+            exitCode = kExitInternal;
+        }
+    });
+}
+
+int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
+         const std::function<void(CLI::App&)>& extend) {
+    CLI::App app("slabadapt: error estimation and mesh adaptivity for slab models", "slabadapt");
+    app.set_version_flag("--version", std::string("slabadapt ") + slabadapt::Version());
+    int exitCode = 0;
+    RegisterCommands(app, exitCode, out, err);
+    if (extend)
+        extend(app);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::RuntimeError& e) {
+        // A command's own failure; it has already said why.
+        return e.get_exit_code();
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e, out, err);
+        return code == 0 ? 0 : kExitUsage;
+    }
+    return exitCode;
+}
+
+} // namespace slabadapt::cli

@@ -1,0 +1,457 @@
+#include "cli/ProjectCheck.h"
+
+#include "adaptivity/AdaptiveMeshData.h"
+#include "cli/Json.h"
+
+#include <algorithm>
+#include <cctype>
+#include <cmath>
+#include <cstdio>
+#include <cstdlib>
+#include <fstream>
+#include <map>
+#include <set>
+#include <sstream>
+
+namespace slabadapt::cli {
+
+namespace fs = std::filesystem;
+using host::outcome::Project;
+
+namespace {
+
+std::string Format(const char* format, auto... args) {
+    char buffer[512];
+    std::snprintf(buffer, sizeof buffer, format, args...);
+    return buffer;
+}
+
+// Findings with a cap per kind and file, so that one systematic fault (a file of another
+// mesh, say) does not bury the rest.
+class Collector {
+public:
+    explicit Collector(std::vector<Finding>& findings) : m_findings(findings) {}
+
+    void Add(Severity severity, const fs::path& file, std::size_t line, const std::string& kind,
+             std::string message) {
+        std::size_t& seen = m_seen[{file.string(), kind}];
+        if (++seen <= kFindingsPerKind)
+            m_findings.push_back({severity, file, line, std::move(message)});
+        else
+            m_severity[{file.string(), kind}] = severity;
+    }
+    void Error(const fs::path& file, std::size_t line, const std::string& kind, std::string m) {
+        Add(Severity::Error, file, line, kind, std::move(m));
+    }
+    void Warning(const fs::path& file, std::size_t line, const std::string& kind, std::string m) {
+        Add(Severity::Warning, file, line, kind, std::move(m));
+    }
+
+    // Adds one line per kind that was cut, with the number left out.
+    void Close() {
+        for (const auto& [where, seen] : m_seen) {
+            if (seen > kFindingsPerKind)
+                m_findings.push_back({m_severity[where], where.first, 0,
+                                      Format("... and %zu more findings like the ones above",
+                                             seen - kFindingsPerKind)});
+        }
+    }
+
+private:
+    std::vector<Finding>& m_findings;
+    std::map<std::pair<std::string, std::string>, std::size_t> m_seen;
+    std::map<std::pair<std::string, std::string>, Severity> m_severity;
+};
+
+// ---------------------------------------------------------------------------------------------
+// STRINTG files
+// ---------------------------------------------------------------------------------------------
+
+// The column names of the header and their bits, as the module reads them.
+long ColumnFlag(const std::string& name) {
+    static const std::map<std::string, long> columns = {
+        {"igx", 0x1},      {"igy", 0x2},      {"igz", 0x4},      {"mx", 0x10},
+        {"my", 0x20},      {"mxy", 0x40},     {"qx", 0x80},      {"qy", 0x100},
+        {"nx", 0x200},     {"ny", 0x400},     {"nxy", 0x800},    {"kx", 0x1000},
+        {"ky", 0x2000},    {"kxy", 0x4000},   {"gxz", 0x8000},   {"gyz", 0x10000},
+        {"qyz", 0x10000},  {"ex", 0x20000},   {"ey", 0x40000},   {"gxy", 0x80000}};
+    const auto it = columns.find(name);
+    return it == columns.end() ? 0 : it->second;
+}
+
+std::string Trimmed(std::string_view text) {
+    const auto begin = text.find_first_not_of(" \t");
+    if (begin == std::string_view::npos)
+        return {};
+    const auto end = text.find_last_not_of(" \t");
+    return std::string(text.substr(begin, end - begin + 1));
+}
+
+std::string Lower(std::string text) {
+    for (char& c : text)
+        c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+    return text;
+}
+
+struct ScannedElement {
+    std::size_t points = 0;
+    std::size_t firstLine = 0;
+};
+
+struct ScannedFile {
+    bool opened = false;
+    std::size_t listed = 0; // elements in the table the module builds: the last number read
+    std::vector<ScannedElement> elements;
+};
+
+// Element number of a record: characters 0-7 read as a decimal integer the way the module
+// does (leading blanks, a sign, digits; anything else ends the number; nothing gives 0).
+long RecordElement(const std::string& line) {
+    const std::string field = line.substr(0, std::min<std::size_t>(8, line.size()));
+    return std::strtol(field.c_str(), nullptr, 10);
+}
+
+ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
+    ScannedFile scan;
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+        out.Error(file, 0, "missing", "cannot be opened: the file is missing or unreadable");
+        return scan;
+    }
+    scan.opened = true;
+    const auto& mesh = project.mesh;
+    long flags = 0;
+    long previous = 0;
+    std::string line;
+    std::size_t number = 0;
+    bool sawHeader = false;
+    while (std::getline(in, line)) {
+        ++number;
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (number == 3) {
+            sawHeader = true;
+            for (std::size_t pos = 20; pos < line.size(); pos += 15) {
+                const std::string name = Lower(Trimmed(std::string_view(line).substr(pos, 15)));
+                if (name.empty())
+                    continue;
+                const long flag = ColumnFlag(name);
+                if (flag == 0)
+                    out.Warning(file, number, "column",
+                                "unknown column \"" + name + "\" is ignored (it takes no field in the records)");
+                flags |= flag;
+            }
+            for (const char* c : {"igx", "igy", "igz"})
+                if ((flags & ColumnFlag(c)) == 0)
+                    out.Error(file, number, "coordinates",
+                              std::string("the header has no ") + c +
+                                  " column: the integration points' positions would read as 0");
+            std::string absent;
+            for (const char* c : {"mx", "my", "mxy", "qx", "qy", "nx", "ny", "nxy", "kx", "ky",
+                                  "kxy", "gxz", "gyz", "ex", "ey", "gxy"})
+                if ((flags & ColumnFlag(c)) == 0)
+                    absent += std::string(absent.empty() ? "" : ", ") + c;
+            if (!absent.empty())
+                out.Warning(file, number, "values", "no column for " + absent + ": read as 0");
+            continue;
+        }
+        if (number < 5)
+            continue;
+
+        const long element = RecordElement(line);
+        if (element <= 0) {
+            out.Error(file, number, "record",
+                      Format("element number %ld in characters 1-8 (a blank or malformed "
+                             "record): the module's table would be cut there",
+                             element));
+            continue;
+        }
+        if (element < previous)
+            out.Error(file, number, "order",
+                      Format("element %ld follows element %ld: elements must be listed in "
+                             "ascending order, or the module drops the ones behind",
+                             element, previous));
+        previous = element;
+        scan.listed = static_cast<std::size_t>(element);
+        if (scan.elements.size() < scan.listed)
+            scan.elements.resize(scan.listed);
+        ScannedElement& entry = scan.elements[scan.listed - 1];
+        if (entry.points == 0)
+            entry.firstLine = number;
+        ++entry.points;
+
+        // Where the point lies: on its element, if the numbering is the mesh's.
+        if (scan.listed <= mesh.elements.size() && (flags & 0x7) == 0x7) {
+            CIntegrationPointData point;
+            point.ReadFromLine(std::string_view(line), flags);
+            const auto& nodes = mesh.elements[scan.listed - 1].nodes;
+            CKQPoint3D centre;
+            for (unsigned long n : nodes) {
+                const CKQPoint3D& p = mesh.nodes[n - 1].position;
+                centre.Set(centre.x + p.x / nodes.size(), centre.y + p.y / nodes.size(),
+                           centre.z + p.z / nodes.size());
+            }
+            double radius = 0.0;
+            for (unsigned long n : nodes)
+                radius = std::max(radius, mesh.nodes[n - 1].position.Distance(centre));
+            const double distance = point.m_GlobalCoords.Distance(centre);
+            if (!(distance <= radius * (1.0 + 1e-6) + 1e-9))
+                out.Error(file, number, "position",
+                          Format("element %ld: the integration point at (%g, %g, %g) lies %g "
+                                 "from the element's centre, outside the element (its corners "
+                                 "are at most %g away): is the file numbered as the mesh?",
+                                 element, point.m_GlobalCoords.x, point.m_GlobalCoords.y,
+                                 point.m_GlobalCoords.z, distance, radius));
+        }
+    }
+    if (!sawHeader) {
+        out.Error(file, number, "header", "the file ends before its header line (line 3)");
+        return scan;
+    }
+    scan.elements.resize(scan.listed);
+
+    if (scan.listed != mesh.elements.size())
+        out.Error(file, 0, "count",
+                  Format("lists %zu elements, the mesh has %zu: the file belongs to another mesh "
+                         "or is incomplete",
+                         scan.listed, mesh.elements.size()));
+    for (std::size_t e = 0; e < scan.elements.size(); ++e) {
+        const ScannedElement& entry = scan.elements[e];
+        if (entry.points == 0) {
+            out.Error(file, 0, "gap", Format("element %zu has no integration points", e + 1));
+            continue;
+        }
+        if (entry.points != 3 && entry.points != 4) {
+            out.Error(file, entry.firstLine, "points",
+                      Format("element %zu has %zu integration points: a triangle has 3, a "
+                             "quadrilateral 4",
+                             e + 1, entry.points));
+            continue;
+        }
+        if (e < mesh.elements.size() && mesh.elements[e].nodes.size() != entry.points)
+            out.Error(file, entry.firstLine, "shape",
+                      Format("element %zu has %zu integration points but %zu nodes in the mesh "
+                             "(Gmsh element %llu)",
+                             e + 1, entry.points, mesh.elements[e].nodes.size(),
+                             static_cast<unsigned long long>(mesh.elements[e].gmshTag)));
+    }
+    return scan;
+}
+
+// ---------------------------------------------------------------------------------------------
+// Mesh
+// ---------------------------------------------------------------------------------------------
+
+void CheckMesh(const Project& project, Collector& out) {
+    const auto& mesh = project.mesh;
+    const fs::path msh = host::outcome::ProjectFile(project.path, ".msh");
+    std::vector<std::size_t> elementsAtNode(mesh.nodes.size(), 0);
+    for (std::size_t e = 0; e < mesh.elements.size(); ++e) {
+        const auto& element = mesh.elements[e];
+        const auto tag = static_cast<unsigned long long>(element.gmshTag);
+        if (element.nodes.size() != 3 && element.nodes.size() != 4) {
+            out.Error(msh, 0, "nodes",
+                      Format("element %zu (Gmsh element %llu) has %zu nodes: the estimator takes "
+                             "3-node triangles and 4-node quadrilaterals",
+                             e + 1, tag, element.nodes.size()));
+            continue;
+        }
+        double longest = 0.0;
+        for (std::size_t i = 0; i < element.nodes.size(); ++i) {
+            const auto& a = mesh.nodes[element.nodes[i] - 1].position;
+            const auto& b = mesh.nodes[element.nodes[(i + 1) % element.nodes.size()] - 1].position;
+            longest = std::max(longest, a.Distance(b));
+        }
+        const double area = mesh.ElementArea(e + 1);
+        if (!(area > 1e-12 * longest * longest))
+            out.Error(msh, 0, "area",
+                      Format("element %zu (Gmsh element %llu) has zero area: its size and error "
+                             "density cannot be computed",
+                             e + 1, tag));
+        for (unsigned long n : element.nodes)
+            ++elementsAtNode[n - 1];
+    }
+    for (std::size_t n = 0; n < elementsAtNode.size(); ++n) {
+        if (elementsAtNode[n] > kMaxElementsAtNode)
+            out.Error(msh, 0, "fan",
+                      Format("node %zu (Gmsh node %llu) belongs to %zu elements: the estimator "
+                             "takes at most %zu",
+                             n + 1, static_cast<unsigned long long>(mesh.nodes[n].gmshTag),
+                             elementsAtNode[n], kMaxElementsAtNode));
+    }
+}
+
+} // namespace
+
+// ---------------------------------------------------------------------------------------------
+
+std::size_t CheckReport::Errors() const {
+    return static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), [](const Finding& f) {
+        return f.severity == Severity::Error;
+    }));
+}
+
+std::size_t CheckReport::Warnings() const { return findings.size() - Errors(); }
+
+CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadCaseIds) {
+    CheckReport report;
+    report.project = project;
+    Collector out(report.findings);
+    try {
+        report.model = host::outcome::LoadProject(project);
+    } catch (const host::outcome::ProjectError& e) {
+        report.findings.push_back({Severity::Error, e.file(), e.line(), e.message()});
+        return report;
+    }
+    const Project& model = *report.model;
+    CheckMesh(model, out);
+
+    const fs::path toml = host::outcome::ProjectFile(project, ".toml");
+    if (!model.data) {
+        out.Error(toml, 0, "toml",
+                  "missing: the slab thicknesses and the load cases are unknown without it");
+        out.Close();
+        return report;
+    }
+
+    // Resolve the load cases.
+    const auto& defined = model.data->loadCases;
+    std::string known;
+    for (const auto& lc : defined)
+        known += (known.empty() ? "" : ", ") + std::to_string(lc.id);
+    std::vector<long> ids = loadCaseIds;
+    if (ids.empty())
+        for (const auto& lc : defined)
+            ids.push_back(lc.id);
+    std::map<long, int> requested;
+    for (long id : ids)
+        ++requested[id];
+    for (long id : ids) {
+        CheckedLoadCase use;
+        use.id = id;
+        const auto it = std::find_if(defined.begin(), defined.end(),
+                                     [id](const auto& lc) { return lc.id == id; });
+        if (it == defined.end()) {
+            out.Error(toml, 0, "unknown",
+                      Format("load case %ld is not defined (defined: %s)", id,
+                             known.empty() ? "none" : known.c_str()));
+        } else {
+            use.index = it->index;
+            use.valid = it->valid;
+            use.name = it->name;
+            use.strintgFile = project.string() + Format(".STRINTG%0*ld", 4, it->index);
+            if (!it->valid) {
+                if (loadCaseIds.empty())
+                    out.Warning(toml, it->line, "invalid",
+                                Format("load case %ld is marked valid = false: a run skips it", id));
+                else
+                    out.Error(toml, it->line, "invalid",
+                              Format("load case %ld is marked valid = false: the run would skip "
+                                     "it without a word",
+                                     id));
+            }
+        }
+        if (std::none_of(report.loadCases.begin(), report.loadCases.end(),
+                         [id](const CheckedLoadCase& c) { return c.id == id; })) {
+            if (requested[id] > 1)
+                out.Warning(toml, 0, "duplicate",
+                            Format("load case %ld is asked for %d times: its values are added "
+                                   "%d times",
+                                   id, requested[id], requested[id]));
+            report.loadCases.push_back(use);
+        }
+    }
+
+    // Read every STRINTG file once, then compare the load cases.
+    std::vector<std::pair<const CheckedLoadCase*, ScannedFile>> scans;
+    std::set<long> scanned;
+    for (const CheckedLoadCase& use : report.loadCases) {
+        if (use.index <= 0 || !use.valid || !scanned.insert(use.index).second)
+            continue;
+        scans.emplace_back(&use, ScanStrintg(use.strintgFile, model, out));
+    }
+    for (std::size_t k = 1; k < scans.size(); ++k) {
+        const auto& [first, a] = scans.front();
+        const auto& [other, b] = scans[k];
+        if (!a.opened || !b.opened)
+            continue;
+        const std::size_t common = std::min(a.elements.size(), b.elements.size());
+        for (std::size_t e = 0; e < common; ++e) {
+            if (a.elements[e].points != b.elements[e].points)
+                out.Error(other->strintgFile, b.elements[e].firstLine, "differ",
+                          Format("element %zu has %zu integration points here and %zu in %s "
+                                 "(line %zu): load cases must agree point by point",
+                                 e + 1, b.elements[e].points, a.elements[e].points,
+                                 first->strintgFile.filename().string().c_str(),
+                                 a.elements[e].firstLine));
+        }
+    }
+    out.Close();
+    return report;
+}
+
+void PrintFindings(const CheckReport& report, std::ostream& out) {
+    for (const Finding& f : report.findings) {
+        out << f.file.string();
+        if (f.line > 0)
+            out << ':' << f.line;
+        out << (f.severity == Severity::Error ? ": error: " : ": warning: ") << f.message << '\n';
+    }
+}
+
+std::string SummaryLine(const CheckReport& report) {
+    std::ostringstream s;
+    if (report.model) {
+        const auto& mesh = report.model->mesh;
+        const auto triangles = std::count_if(mesh.elements.begin(), mesh.elements.end(),
+                                             [](const auto& e) { return e.nodes.size() == 3; });
+        s << mesh.elements.size() << " elements (" << triangles << " triangles, "
+          << mesh.elements.size() - static_cast<std::size_t>(triangles) << " quadrilaterals) on "
+          << mesh.slabs.size() << (mesh.slabs.size() == 1 ? " slab, " : " slabs, ")
+          << mesh.nodes.size() << " nodes, " << report.loadCases.size()
+          << (report.loadCases.size() == 1 ? " load case: " : " load cases: ");
+    }
+    const std::size_t errors = report.Errors(), warnings = report.Warnings();
+    if (errors == 0 && warnings == 0)
+        s << "no problems";
+    else
+        s << errors << (errors == 1 ? " error, " : " errors, ") << warnings
+          << (warnings == 1 ? " warning" : " warnings");
+    return s.str();
+}
+
+std::string CheckReportJson(const CheckReport& report) {
+    std::ostringstream s;
+    s << "{\"project\": " << JsonString(report.project.string()) << ", \"passed\": "
+      << (report.Passed() ? "true" : "false") << ", \"errors\": " << report.Errors()
+      << ", \"warnings\": " << report.Warnings();
+    if (report.model) {
+        const auto& mesh = report.model->mesh;
+        s << ", \"nodes\": " << mesh.nodes.size() << ", \"elements\": " << mesh.elements.size()
+          << ", \"slabs\": " << mesh.slabs.size();
+    }
+    s << ", \"load_cases\": [";
+    for (std::size_t i = 0; i < report.loadCases.size(); ++i) {
+        const CheckedLoadCase& lc = report.loadCases[i];
+        s << (i ? ", " : "") << "{\"id\": " << lc.id << ", \"index\": " << lc.index
+          << ", \"valid\": " << (lc.valid ? "true" : "false")
+          << ", \"name\": " << JsonString(lc.name)
+          << ", \"file\": " << JsonString(lc.strintgFile.string()) << "}";
+    }
+    s << "], \"findings\": [";
+    for (std::size_t i = 0; i < report.findings.size(); ++i) {
+        const Finding& f = report.findings[i];
+        s << (i ? ", " : "") << "{\"severity\": "
+          << (f.severity == Severity::Error ? "\"error\"" : "\"warning\"")
+          << ", \"file\": " << JsonString(f.file.string()) << ", \"line\": ";
+        if (f.line > 0)
+            s << f.line;
+        else
+            s << "null";
+        s << ", \"message\": " << JsonString(f.message) << "}";
+    }
+    s << "]}";
+    return s.str();
+}
+
+} // namespace slabadapt::cli

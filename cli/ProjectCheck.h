@@ -1,0 +1,70 @@
+#pragma once
+// The checks `slabadapt check` (and `run` before it runs) makes on a project P: everything that
+// would make the estimator fail, read the wrong data or stop the process, reported with the
+// file and line, or the element or node, where it was found.
+#include "host/outcome/project.h"
+
+#include <cstddef>
+#include <filesystem>
+#include <optional>
+#include <ostream>
+#include <string>
+#include <vector>
+
+namespace slabadapt::cli {
+
+enum class Severity { Error, Warning };
+
+struct Finding {
+    Severity severity = Severity::Error;
+    std::filesystem::path file;
+    std::size_t line = 0; // 0: the finding has no line
+    std::string message;
+};
+
+// A load case as the check resolved it.
+struct CheckedLoadCase {
+    long id = 0;
+    long index = 0;        // one-based; 0 when the id is unknown
+    bool valid = false;
+    std::string name;
+    std::filesystem::path strintgFile;
+};
+
+struct CheckReport {
+    std::filesystem::path project;
+    // The project as read; empty when P.msh or P.toml could not be read.
+    std::optional<host::outcome::Project> model;
+    std::vector<CheckedLoadCase> loadCases;
+    std::vector<Finding> findings;
+
+    std::size_t Errors() const;
+    std::size_t Warnings() const;
+    bool Passed() const { return Errors() == 0; }
+};
+
+// At most this many findings of one kind are listed per file; the rest are counted.
+inline constexpr std::size_t kFindingsPerKind = 10;
+
+// The estimator's limit of elements at one node.
+inline constexpr std::size_t kMaxElementsAtNode = 64;
+
+// Checks project P for the load cases `loadCaseIds` (all load cases of P.toml when empty):
+//   - P.msh and P.toml can be read and agree (slabs, thicknesses);
+//   - every element has 3 or 4 nodes and a non-zero area; no node belongs to more than 64
+//     elements;
+//   - every requested load-case id exists in P.toml and is valid; duplicates are noted;
+//   - every STRINTG file of those load cases exists, has a header with the coordinate columns,
+//     lists its elements in ascending order, lists exactly the mesh's elements, each with 3
+//     (triangle) or 4 (quadrilateral) points matching the element's node count, at positions on
+//     the element; and the load cases agree on every element's point count.
+CheckReport CheckProject(const std::filesystem::path& project, const std::vector<long>& loadCaseIds);
+
+// "file:line: error: message" (or "file: warning: ..."), one finding a line.
+void PrintFindings(const CheckReport& report, std::ostream& out);
+// One line: what was checked and the outcome.
+std::string SummaryLine(const CheckReport& report);
+// The report as a JSON object.
+std::string CheckReportJson(const CheckReport& report);
+
+} // namespace slabadapt::cli

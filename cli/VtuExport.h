@@ -1,0 +1,18 @@
+#pragma once
+// The mesh with the stored adaptivity results as a VTK XML unstructured grid (.vtu), for
+// ParaView: per cell the slab and the four stored columns, per point the nodal size.
+#include "host/outcome/project.h"
+
+#include <array>
+#include <filesystem>
+#include <vector>
+
+namespace slabadapt::cli {
+
+// Writes `file`. elementColumns has one entry per mesh element (NaN where nothing is stored),
+// nodalSizes one per node. Throws std::runtime_error when the file cannot be written.
+void WriteVtu(const std::filesystem::path& file, const host::outcome::Mesh& mesh,
+              const std::vector<std::array<double, 4>>& elementColumns,
+              const std::vector<double>& nodalSizes);
+
+} // namespace slabadapt::cli
