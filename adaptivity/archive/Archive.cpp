@@ -95,7 +95,9 @@ short archive::Version() {
     return version;
 }
 
-void archive::PutVersion(short version) { (*this)->PutVersion(version); }
+void archive::PutVersion(short version) {
+    (*this)->PutVersion(version);
+}
 
 unsigned long archive::Read(void* buffer, unsigned long count) {
     IKQ_Archive* pArchive = operator->();
@@ -124,11 +126,17 @@ bool archive::operator==(int null) const {
     return m_pArchive == nullptr;
 }
 
-bool archive::operator!=(int null) const { return !(*this == null); }
+bool archive::operator!=(int null) const {
+    return !(*this == null);
+}
 
-archive::operator bool() const { return m_pArchive != nullptr; }
+archive::operator bool() const {
+    return m_pArchive != nullptr;
+}
 
-archive::operator IKQ_Archive*() const { return m_pArchive; }
+archive::operator IKQ_Archive*() const {
+    return m_pArchive;
+}
 
 IKQ_Archive* archive::operator->() const {
     if (m_pArchive == nullptr)
@@ -138,7 +146,8 @@ IKQ_Archive* archive::operator->() const {
 
 archive::operator IUnknown*() const {
     IUnknown* pUnknown = nullptr;
-    const HRESULT hr = operator->()->QueryInterface(IID_IUnknown, reinterpret_cast<void**>(&pUnknown));
+    const HRESULT hr = operator->()->QueryInterface(IID_IUnknown,
+                                                    reinterpret_cast<void**>(&pUnknown));
     if (FAILED(hr) || pUnknown == nullptr)
         _com_issue_error(FAILED(hr) ? hr : E_NOINTERFACE);
     pUnknown->Release();
@@ -218,7 +227,9 @@ archive& archive::operator<<(const std::wstring& value) {
     return *this;
 }
 
-archive& archive::operator<<(const wchar_t* value) { return *this << CString(value); }
+archive& archive::operator<<(const wchar_t* value) {
+    return *this << CString(value);
+}
 
 archive& archive::operator<<(wchar_t* value) {
     CheckError((*this)->WriteWideString(value));

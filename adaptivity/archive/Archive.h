@@ -48,8 +48,8 @@ public:
     bool operator==(int null) const;
     bool operator!=(int null) const;
 
-    operator bool() const;          // NOLINT: a pointer is held
-    operator IKQ_Archive*() const;  // NOLINT: the raw pointer, no reference added
+    operator bool() const;           // NOLINT: a pointer is held
+    operator IKQ_Archive*() const;   // NOLINT: the raw pointer, no reference added
     IKQ_Archive* operator->() const; // the raw pointer; E_POINTER when empty
     // The object's IUnknown. The reference QueryInterface gave is released again, so the caller
     // gets no reference of its own (the wrapper's keeps the object alive).

@@ -23,8 +23,8 @@
 #include "host/com/unknown.h"
 
 // {CFDD8F3E-F153-4DAF-B1BA-E736C61C69F9}
-inline constexpr IID IID_IKQ_Archive = {0xCFDD8F3E, 0xF153, 0x4DAF,
-                                        {0xB1, 0xBA, 0xE7, 0x36, 0xC6, 0x1C, 0x69, 0xF9}};
+inline constexpr IID IID_IKQ_Archive = {
+    0xCFDD8F3E, 0xF153, 0x4DAF, {0xB1, 0xBA, 0xE7, 0x36, 0xC6, 0x1C, 0x69, 0xF9}};
 
 // Reading past the end of an archive: the Win32 "reached the end of the file" code (38).
 inline constexpr HRESULT IKQ_E_ARCHIVE_EOF = HRESULT_FROM_WIN32(38);

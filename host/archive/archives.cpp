@@ -24,14 +24,12 @@ using Item = IKQ_Archive::eItemType;
 // ---------------------------------------------------------------------------------------------
 // Little-endian encoding, independent of the machine's byte order.
 
-template <typename U>
-void PutLE(Byte* out, U value) {
+template <typename U> void PutLE(Byte* out, U value) {
     for (std::size_t i = 0; i < sizeof(U); ++i)
         out[i] = static_cast<Byte>(static_cast<std::uint64_t>(value) >> (8 * i));
 }
 
-template <typename U>
-U GetLE(const Byte* in) {
+template <typename U> U GetLE(const Byte* in) {
     std::uint64_t value = 0;
     for (std::size_t i = 0; i < sizeof(U); ++i)
         value |= std::uint64_t{in[i]} << (8 * i);
@@ -42,22 +40,36 @@ U GetLE(const Byte* in) {
 // for type bytes that no archive writes.
 constexpr std::size_t FixedPayload(Byte tag) {
     switch (tag) {
-    case Item::eItemByte: return 1;
-    case Item::eItemShort: return 2;
-    case Item::eItemUShort: return 2;
-    case Item::eItemLong: return 4;
-    case Item::eItemULong: return 4;
-    case Item::eItemInt64: return 8;
-    case Item::eItemUInt64: return 8;
-    case Item::eItemFloat: return 4;
-    case Item::eItemDouble: return 8;
-    case Item::eItemGuid: return 16;
-    case Item::eItemCount: return 8;
-    default: return 0;
+    case Item::eItemByte:
+        return 1;
+    case Item::eItemShort:
+        return 2;
+    case Item::eItemUShort:
+        return 2;
+    case Item::eItemLong:
+        return 4;
+    case Item::eItemULong:
+        return 4;
+    case Item::eItemInt64:
+        return 8;
+    case Item::eItemUInt64:
+        return 8;
+    case Item::eItemFloat:
+        return 4;
+    case Item::eItemDouble:
+        return 8;
+    case Item::eItemGuid:
+        return 16;
+    case Item::eItemCount:
+        return 8;
+    default:
+        return 0;
     }
 }
 
-constexpr bool IsKnownTag(Byte tag) { return tag >= Item::eItemByte && tag <= Item::eItemBytes; }
+constexpr bool IsKnownTag(Byte tag) {
+    return tag >= Item::eItemByte && tag <= Item::eItemBytes;
+}
 
 std::array<Byte, kHeaderSize> MakeHeader(SHORT version) {
     std::array<Byte, kHeaderSize> header{};
@@ -82,16 +94,22 @@ HRESULT ParseHeader(const Byte* header, std::size_t size, SHORT& version) {
 
 HRESULT OpenError(int error, bool storing) {
     switch (error) {
-    case ENOENT: return storing ? STG_E_PATHNOTFOUND : STG_E_FILENOTFOUND;
-    case ENOTDIR: return STG_E_PATHNOTFOUND;
+    case ENOENT:
+        return storing ? STG_E_PATHNOTFOUND : STG_E_FILENOTFOUND;
+    case ENOTDIR:
+        return STG_E_PATHNOTFOUND;
     case EACCES:
     case EPERM:
     case EROFS:
-    case EISDIR: return STG_E_ACCESSDENIED;
+    case EISDIR:
+        return STG_E_ACCESSDENIED;
     case ENOSPC:
-    case EDQUOT: return STG_E_MEDIUMFULL;
-    case ENOMEM: return E_OUTOFMEMORY;
-    default: return storing ? STG_E_WRITEFAULT : STG_E_READFAULT;
+    case EDQUOT:
+        return STG_E_MEDIUMFULL;
+    case ENOMEM:
+        return E_OUTOFMEMORY;
+    default:
+        return storing ? STG_E_WRITEFAULT : STG_E_READFAULT;
     }
 }
 
@@ -185,7 +203,8 @@ private:
 
 class MemorySink final : public Sink {
 public:
-    explicit MemorySink(std::shared_ptr<std::vector<std::byte>> bytes) : m_bytes(std::move(bytes)) {}
+    explicit MemorySink(std::shared_ptr<std::vector<std::byte>> bytes)
+        : m_bytes(std::move(bytes)) {}
 
     HRESULT Write(const Byte* data, std::size_t size) override {
         try {
@@ -231,7 +250,8 @@ public:
     HRESULT Skip(std::uint64_t size) override {
         Byte chunk[4096];
         while (size > 0) {
-            const std::size_t step = static_cast<std::size_t>(std::min<std::uint64_t>(size, sizeof chunk));
+            const std::size_t step =
+                static_cast<std::size_t>(std::min<std::uint64_t>(size, sizeof chunk));
             if (HRESULT hr = Read(chunk, step); FAILED(hr))
                 return hr;
             size -= step;
@@ -384,24 +404,60 @@ public:
     }
 
     // Fixed-size values
-    HRESULT ReadByte(BYTE* value) override { return ReadValue<std::uint8_t>(Item::eItemByte, value); }
-    HRESULT WriteByte(BYTE value) override { return WriteValue<std::uint8_t>(Item::eItemByte, value); }
-    HRESULT ReadShort(SHORT* value) override { return ReadValue<std::uint16_t>(Item::eItemShort, value); }
-    HRESULT WriteShort(SHORT value) override { return WriteValue<std::uint16_t>(Item::eItemShort, value); }
-    HRESULT ReadLong(LONG* value) override { return ReadValue<std::uint32_t>(Item::eItemLong, value); }
-    HRESULT WriteLong(LONG value) override { return WriteValue<std::uint32_t>(Item::eItemLong, value); }
-    HRESULT ReadFloat(float* value) override { return ReadValue<std::uint32_t>(Item::eItemFloat, value); }
-    HRESULT WriteFloat(float value) override { return WriteValue<std::uint32_t>(Item::eItemFloat, value); }
-    HRESULT ReadDouble(double* value) override { return ReadValue<std::uint64_t>(Item::eItemDouble, value); }
-    HRESULT WriteDouble(double value) override { return WriteValue<std::uint64_t>(Item::eItemDouble, value); }
-    HRESULT WriteULong(ULONG value) override { return WriteValue<std::uint32_t>(Item::eItemULong, value); }
-    HRESULT ReadULong(ULONG* value) override { return ReadValue<std::uint32_t>(Item::eItemULong, value); }
-    HRESULT ReadUShort(USHORT* value) override { return ReadValue<std::uint16_t>(Item::eItemUShort, value); }
-    HRESULT WriteUShort(USHORT value) override { return WriteValue<std::uint16_t>(Item::eItemUShort, value); }
-    HRESULT ReadInt64(LONGLONG* value) override { return ReadValue<std::uint64_t>(Item::eItemInt64, value); }
-    HRESULT WriteInt64(LONGLONG value) override { return WriteValue<std::uint64_t>(Item::eItemInt64, value); }
-    HRESULT ReadUInt64(ULONGLONG* value) override { return ReadValue<std::uint64_t>(Item::eItemUInt64, value); }
-    HRESULT WriteUInt64(ULONGLONG value) override { return WriteValue<std::uint64_t>(Item::eItemUInt64, value); }
+    HRESULT ReadByte(BYTE* value) override {
+        return ReadValue<std::uint8_t>(Item::eItemByte, value);
+    }
+    HRESULT WriteByte(BYTE value) override {
+        return WriteValue<std::uint8_t>(Item::eItemByte, value);
+    }
+    HRESULT ReadShort(SHORT* value) override {
+        return ReadValue<std::uint16_t>(Item::eItemShort, value);
+    }
+    HRESULT WriteShort(SHORT value) override {
+        return WriteValue<std::uint16_t>(Item::eItemShort, value);
+    }
+    HRESULT ReadLong(LONG* value) override {
+        return ReadValue<std::uint32_t>(Item::eItemLong, value);
+    }
+    HRESULT WriteLong(LONG value) override {
+        return WriteValue<std::uint32_t>(Item::eItemLong, value);
+    }
+    HRESULT ReadFloat(float* value) override {
+        return ReadValue<std::uint32_t>(Item::eItemFloat, value);
+    }
+    HRESULT WriteFloat(float value) override {
+        return WriteValue<std::uint32_t>(Item::eItemFloat, value);
+    }
+    HRESULT ReadDouble(double* value) override {
+        return ReadValue<std::uint64_t>(Item::eItemDouble, value);
+    }
+    HRESULT WriteDouble(double value) override {
+        return WriteValue<std::uint64_t>(Item::eItemDouble, value);
+    }
+    HRESULT WriteULong(ULONG value) override {
+        return WriteValue<std::uint32_t>(Item::eItemULong, value);
+    }
+    HRESULT ReadULong(ULONG* value) override {
+        return ReadValue<std::uint32_t>(Item::eItemULong, value);
+    }
+    HRESULT ReadUShort(USHORT* value) override {
+        return ReadValue<std::uint16_t>(Item::eItemUShort, value);
+    }
+    HRESULT WriteUShort(USHORT value) override {
+        return WriteValue<std::uint16_t>(Item::eItemUShort, value);
+    }
+    HRESULT ReadInt64(LONGLONG* value) override {
+        return ReadValue<std::uint64_t>(Item::eItemInt64, value);
+    }
+    HRESULT WriteInt64(LONGLONG value) override {
+        return WriteValue<std::uint64_t>(Item::eItemInt64, value);
+    }
+    HRESULT ReadUInt64(ULONGLONG* value) override {
+        return ReadValue<std::uint64_t>(Item::eItemUInt64, value);
+    }
+    HRESULT WriteUInt64(ULONGLONG value) override {
+        return WriteValue<std::uint64_t>(Item::eItemUInt64, value);
+    }
 
     // Strings
     HRESULT ReadString(BSTR* value) override { return ReadText(value); }
@@ -610,8 +666,7 @@ private:
     }
 
     // Integers and floating-point values travel as their bits, two's complement and IEEE 754.
-    template <typename Bits, typename T>
-    HRESULT WriteValue(Item tag, T value) {
+    template <typename Bits, typename T> HRESULT WriteValue(Item tag, T value) {
         Byte item[1 + sizeof(Bits)];
         item[0] = static_cast<Byte>(tag);
         if constexpr (std::is_floating_point_v<T>)
@@ -690,8 +745,7 @@ private:
 
     // Checks the next item's type and that its payload is there, then consumes the type byte
     // and reads the payload. A wrong type consumes nothing, so the caller may try another.
-    template <std::size_t N>
-    HRESULT ReadItem(Item expected, const void* out, Byte (&payload)[N]) {
+    template <std::size_t N> HRESULT ReadItem(Item expected, const void* out, Byte (&payload)[N]) {
         if (HRESULT hr = ReadAllowed(out); FAILED(hr))
             return hr;
         if (m_rawLeft > 0)
@@ -709,8 +763,7 @@ private:
         return Take(payload, N);
     }
 
-    template <typename Bits, typename T>
-    HRESULT ReadValue(Item tag, T* value) {
+    template <typename Bits, typename T> HRESULT ReadValue(Item tag, T* value) {
         Byte payload[sizeof(Bits)];
         if (HRESULT hr = ReadItem(tag, value, payload); FAILED(hr))
             return hr;
@@ -759,8 +812,7 @@ private:
     bool m_closed = false;
 };
 
-template <typename Make>
-HRESULT Create(IKQ_Archive** archive, Make make) noexcept {
+template <typename Make> HRESULT Create(IKQ_Archive** archive, Make make) noexcept {
     if (archive == nullptr)
         return E_POINTER;
     *archive = nullptr;
@@ -801,10 +853,10 @@ HRESULT CreateFileArchiveForLoading(const std::filesystem::path& path,
         std::FILE* file = std::fopen(path.c_str(), "rb");
         if (file == nullptr) {
             const int openError = errno;
-            if (openError == ENOENT && !std::filesystem::exists(path.parent_path().empty()
-                                                                    ? std::filesystem::path(".")
+            if (openError == ENOENT &&
+                !std::filesystem::exists(path.parent_path().empty() ? std::filesystem::path(".")
                                                                     : path.parent_path(),
-                                                                error))
+                                         error))
                 return STG_E_PATHNOTFOUND;
             return OpenError(openError, false);
         }
@@ -835,15 +887,17 @@ HRESULT CreateMemoryArchiveForStoring(std::shared_ptr<std::vector<std::byte>> by
     });
 }
 
-HRESULT CreateMemoryArchiveForLoading(std::vector<std::byte> bytes, IKQ_Archive** archive) noexcept {
+HRESULT CreateMemoryArchiveForLoading(std::vector<std::byte> bytes,
+                                      IKQ_Archive** archive) noexcept {
     return Create(archive, [&](IKQ_Archive** out) {
         SHORT version = 0;
-        if (HRESULT hr = ParseHeader(reinterpret_cast<const Byte*>(bytes.data()), bytes.size(), version);
+        if (HRESULT hr =
+                ParseHeader(reinterpret_cast<const Byte*>(bytes.data()), bytes.size(), version);
             FAILED(hr))
             return hr;
         const std::uint64_t size = bytes.size();
-        *out = new StreamArchive(std::make_unique<MemorySource>(std::move(bytes), kHeaderSize), size,
-                                 version);
+        *out = new StreamArchive(std::make_unique<MemorySource>(std::move(bytes), kHeaderSize),
+                                 size, version);
         return S_OK;
     });
 }

@@ -24,8 +24,8 @@ std::uint32_t* PrefixOf(BSTR text) {
 
 BSTR SysAllocStringLen(const OLECHAR* text, UINT length) {
     // The byte length must fit its 32-bit prefix.
-    constexpr std::size_t kMaxLength = (std::numeric_limits<std::uint32_t>::max() - kPrefix) /
-                                       sizeof(OLECHAR) - 1;
+    constexpr std::size_t kMaxLength =
+        (std::numeric_limits<std::uint32_t>::max() - kPrefix) / sizeof(OLECHAR) - 1;
     if (length > kMaxLength)
         return nullptr;
     const std::size_t bytes = std::size_t{length} * sizeof(OLECHAR);
@@ -71,12 +71,16 @@ void SysFreeString(BSTR text) {
     std::free(PrefixOf(text));
 }
 
-UINT SysStringByteLen(BSTR text) { return text == nullptr ? 0 : *PrefixOf(text); }
+UINT SysStringByteLen(BSTR text) {
+    return text == nullptr ? 0 : *PrefixOf(text);
+}
 
 UINT SysStringLen(BSTR text) {
     return static_cast<UINT>(SysStringByteLen(text) / sizeof(OLECHAR));
 }
 
 namespace host::com {
-std::ptrdiff_t LiveBstrCount() { return g_live.load(std::memory_order_relaxed); }
+std::ptrdiff_t LiveBstrCount() {
+    return g_live.load(std::memory_order_relaxed);
+}
 } // namespace host::com

@@ -52,7 +52,9 @@ const wchar_t* _com_error::ErrorMessage() const {
     return m_message.c_str();
 }
 
-void _com_issue_error(HRESULT hr) { throw _com_error(hr); }
+void _com_issue_error(HRESULT hr) {
+    throw _com_error(hr);
+}
 
 namespace host::com {
 

@@ -5,8 +5,7 @@
 namespace host::com {
 namespace {
 
-template <typename Char>
-std::optional<GUID> ParseGuidText(std::basic_string_view<Char> text) {
+template <typename Char> std::optional<GUID> ParseGuidText(std::basic_string_view<Char> text) {
     if (text.size() == 38) {
         if (text.front() != Char('{') || text.back() != Char('}'))
             return std::nullopt;
@@ -54,8 +53,12 @@ std::optional<GUID> ParseGuidText(std::basic_string_view<Char> text) {
 
 } // namespace
 
-std::optional<GUID> ParseGuid(std::wstring_view text) { return ParseGuidText(text); }
-std::optional<GUID> ParseGuid(std::string_view text) { return ParseGuidText(text); }
+std::optional<GUID> ParseGuid(std::wstring_view text) {
+    return ParseGuidText(text);
+}
+std::optional<GUID> ParseGuid(std::string_view text) {
+    return ParseGuidText(text);
+}
 
 std::string ToString(const GUID& g) {
     char buffer[40];

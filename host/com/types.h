@@ -27,13 +27,18 @@ using LPCOLESTR = const OLECHAR*;
 #define __int64 long long
 #endif
 
-constexpr bool SUCCEEDED(HRESULT hr) { return hr >= 0; }
-constexpr bool FAILED(HRESULT hr) { return hr < 0; }
+constexpr bool SUCCEEDED(HRESULT hr) {
+    return hr >= 0;
+}
+constexpr bool FAILED(HRESULT hr) {
+    return hr < 0;
+}
 
 // A failing HRESULT of the Win32 facility (7) for a Win32 error code; 0 stays S_OK.
 constexpr HRESULT HRESULT_FROM_WIN32(std::uint32_t win32Error) {
-    return win32Error == 0 ? 0
-                           : static_cast<HRESULT>((win32Error & 0xFFFFu) | (7u << 16) | 0x80000000u);
+    return win32Error == 0
+               ? 0
+               : static_cast<HRESULT>((win32Error & 0xFFFFu) | (7u << 16) | 0x80000000u);
 }
 
 constexpr HRESULT MAKE_HRESULT(std::uint32_t severity, std::uint32_t facility, std::uint32_t code) {
@@ -41,7 +46,9 @@ constexpr HRESULT MAKE_HRESULT(std::uint32_t severity, std::uint32_t facility, s
 }
 
 namespace host::com::detail {
-constexpr HRESULT Code(std::uint32_t bits) { return static_cast<HRESULT>(bits); }
+constexpr HRESULT Code(std::uint32_t bits) {
+    return static_cast<HRESULT>(bits);
+}
 } // namespace host::com::detail
 
 // Success codes.

@@ -26,8 +26,7 @@ protected:
 namespace host::com {
 
 // Holds at most one reference to a COM-style object.
-template <typename T>
-class ComPtr {
+template <typename T> class ComPtr {
 public:
     ComPtr() = default;
     // Adds a reference of its own.

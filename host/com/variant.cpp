@@ -69,8 +69,8 @@ _variant_t::_variant_t(const VARIANT& other) {
 _variant_t::_variant_t(const _variant_t& other) : _variant_t(static_cast<const VARIANT&>(other)) {}
 
 _variant_t::_variant_t(_variant_t&& other) noexcept {
-    std::memcpy(static_cast<void*>(static_cast<VARIANT*>(this)), static_cast<const VARIANT*>(&other),
-                sizeof(VARIANT));
+    std::memcpy(static_cast<void*>(static_cast<VARIANT*>(this)),
+                static_cast<const VARIANT*>(&other), sizeof(VARIANT));
     VariantInit(&other);
 }
 
@@ -128,11 +128,21 @@ _variant_t& _variant_t::operator=(_variant_t&& other) noexcept {
     return *this;
 }
 
-_variant_t& _variant_t::operator=(int value) noexcept { return *this = _variant_t(value); }
-_variant_t& _variant_t::operator=(long value) { return *this = _variant_t(value); }
-_variant_t& _variant_t::operator=(double value) noexcept { return *this = _variant_t(value); }
-_variant_t& _variant_t::operator=(bool value) noexcept { return *this = _variant_t(value); }
-_variant_t& _variant_t::operator=(const wchar_t* text) { return *this = _variant_t(text); }
+_variant_t& _variant_t::operator=(int value) noexcept {
+    return *this = _variant_t(value);
+}
+_variant_t& _variant_t::operator=(long value) {
+    return *this = _variant_t(value);
+}
+_variant_t& _variant_t::operator=(double value) noexcept {
+    return *this = _variant_t(value);
+}
+_variant_t& _variant_t::operator=(bool value) noexcept {
+    return *this = _variant_t(value);
+}
+_variant_t& _variant_t::operator=(const wchar_t* text) {
+    return *this = _variant_t(text);
+}
 
 VARIANT _variant_t::Detach() noexcept {
     VARIANT result;

@@ -41,14 +41,14 @@ struct tagVARIANT {
     WORD wReserved2;
     WORD wReserved3;
     union {
-        LONG lVal;              // VT_I4
-        double dblVal;          // VT_R8
-        BSTR bstrVal;           // VT_BSTR, owned
-        VARIANT_BOOL boolVal;   // VT_BOOL: VARIANT_TRUE or VARIANT_FALSE by convention
-        LONGLONG llVal;         // VT_I8
-        SHORT iVal;             // VT_I2
-        BYTE bVal;              // VT_UI1
-        float fltVal;           // VT_R4
+        LONG lVal;            // VT_I4
+        double dblVal;        // VT_R8
+        BSTR bstrVal;         // VT_BSTR, owned
+        VARIANT_BOOL boolVal; // VT_BOOL: VARIANT_TRUE or VARIANT_FALSE by convention
+        LONGLONG llVal;       // VT_I8
+        SHORT iVal;           // VT_I2
+        BYTE bVal;            // VT_UI1
+        float fltVal;         // VT_R4
     };
 };
 using VARIANT = tagVARIANT;
@@ -68,12 +68,12 @@ public:
     _variant_t(const VARIANT& other);
     _variant_t(const _variant_t& other);
     _variant_t(_variant_t&& other) noexcept;
-    _variant_t(int value) noexcept;            // VT_I4 (NOLINT: implicit, as in the library)
-    _variant_t(long value);                     // VT_I4; DISP_E_OVERFLOW outside 32 bits
-    _variant_t(double value) noexcept;          // VT_R8
-    _variant_t(bool value) noexcept;            // VT_BOOL, VARIANT_TRUE or VARIANT_FALSE
-    _variant_t(const wchar_t* text);            // VT_BSTR, a copy (nullptr: a null BSTR)
-    _variant_t(std::wstring_view text);         // VT_BSTR, a copy (embedded zeros kept)
+    _variant_t(int value) noexcept;     // VT_I4 (NOLINT: implicit, as in the library)
+    _variant_t(long value);             // VT_I4; DISP_E_OVERFLOW outside 32 bits
+    _variant_t(double value) noexcept;  // VT_R8
+    _variant_t(bool value) noexcept;    // VT_BOOL, VARIANT_TRUE or VARIANT_FALSE
+    _variant_t(const wchar_t* text);    // VT_BSTR, a copy (nullptr: a null BSTR)
+    _variant_t(std::wstring_view text); // VT_BSTR, a copy (embedded zeros kept)
     _variant_t(const std::wstring& text) : _variant_t(std::wstring_view(text)) {}
     ~_variant_t() { Clear(); }
 

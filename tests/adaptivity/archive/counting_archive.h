@@ -12,11 +12,11 @@ namespace archive_test {
 
 struct Call {
     int slot = -1;
-    long long integer = 0;           // signed integers, bytes and the raw byte count
+    long long integer = 0; // signed integers, bytes and the raw byte count
     unsigned long long unsignedValue = 0;
-    double real = 0;                 // float and double
-    std::wstring text;               // strings
-    bool nullText = false;           // a null BSTR or wchar_t* was passed
+    double real = 0;       // float and double
+    std::wstring text;     // strings
+    bool nullText = false; // a null BSTR or wchar_t* was passed
     GUID guid = GUID_NULL;
 };
 
@@ -93,7 +93,8 @@ public:
     HRESULT Write(const void* buffer, ULONG count, ULONG* written) override {
         Call& call = Record(6);
         call.integer = count;
-        call.text.assign(static_cast<const char*>(buffer), static_cast<const char*>(buffer) + count);
+        call.text.assign(static_cast<const char*>(buffer),
+                         static_cast<const char*>(buffer) + count);
         if (written != nullptr)
             *written = count;
         return AnswerOf(6);
@@ -171,8 +172,7 @@ private:
         const auto found = answers.find(slot);
         return found == answers.end() ? S_OK : found->second;
     }
-    template <typename T>
-    HRESULT Answer(int slot, T* out, const T& value) {
+    template <typename T> HRESULT Answer(int slot, T* out, const T& value) {
         Record(slot);
         const HRESULT hr = AnswerOf(slot);
         if (SUCCEEDED(hr))
@@ -181,8 +181,7 @@ private:
             std::memset(static_cast<void*>(out), 0xA5, sizeof(T));
         return hr;
     }
-    template <typename T>
-    HRESULT Written(int slot, T value) {
+    template <typename T> HRESULT Written(int slot, T value) {
         Record(slot).integer = static_cast<long long>(value);
         return AnswerOf(slot);
     }

@@ -65,7 +65,8 @@ Bytes Mutate(const Bytes& seed, std::mt19937_64& random) {
         Bytes inserted(1 + pick(12));
         for (auto& b : inserted)
             b = std::byte{static_cast<unsigned char>(random())};
-        bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), inserted.begin(), inserted.end());
+        bytes.insert(bytes.begin() + static_cast<std::ptrdiff_t>(at), inserted.begin(),
+                     inserted.end());
         break;
     }
     case 4: { // a valid header and a random body
@@ -98,23 +99,63 @@ bool LoadOne(_ar::archive& ar, std::mt19937_64& random) {
     }
     try {
         switch (kind) {
-        case 0: { unsigned char v; ar >> v; break; }
-        case 1: { short v; ar >> v; break; }
+        case 0: {
+            unsigned char v;
+            ar >> v;
+            break;
+        }
+        case 1: {
+            short v;
+            ar >> v;
+            break;
+        }
         case 2: { // the unsigned 16-bit and count items have no operator: through the interface
             USHORT v;
             ar.CheckError(ar->ReadUShort(&v));
             break;
         }
-        case 3: { int v; ar >> v; break; }
-        case 4: { unsigned long v; ar >> v; break; }
-        case 5: { __int64 v; ar >> v; break; }
-        case 6: { unsigned __int64 v; ar >> v; break; }
-        case 7: { float v; ar >> v; break; }
-        case 8: { double v; ar >> v; break; }
+        case 3: {
+            int v;
+            ar >> v;
+            break;
+        }
+        case 4: {
+            unsigned long v;
+            ar >> v;
+            break;
+        }
+        case 5: {
+            __int64 v;
+            ar >> v;
+            break;
+        }
+        case 6: {
+            unsigned __int64 v;
+            ar >> v;
+            break;
+        }
+        case 7: {
+            float v;
+            ar >> v;
+            break;
+        }
+        case 8: {
+            double v;
+            ar >> v;
+            break;
+        }
         case 9: {
             switch (random() % 3) {
-            case 0: { CString v; ar >> v; break; }
-            case 1: { std::wstring v; ar >> v; break; }
+            case 0: {
+                CString v;
+                ar >> v;
+                break;
+            }
+            case 1: {
+                std::wstring v;
+                ar >> v;
+                break;
+            }
             default: {
                 wchar_t* v = nullptr;
                 ar >> &v;
@@ -123,7 +164,11 @@ bool LoadOne(_ar::archive& ar, std::mt19937_64& random) {
             }
             break;
         }
-        case 10: { GUID v; ar >> v; break; }
+        case 10: {
+            GUID v;
+            ar >> v;
+            break;
+        }
         case 11: {
             ULONGLONG count;
             ar.CheckError(ar->ReadCount(&count));
@@ -144,12 +189,30 @@ bool LoadOne(_ar::archive& ar, std::mt19937_64& random) {
             }
             break;
         }
-        case 14: ar.Version(); break;
-        case 15: ar.IsLoading(); break;
-        case 16: { long v; ar >> v; break; }
-        case 17: ar.CheckError(ar->SkipItem()); break;
-        case 18: { bool v; ar >> v; break; }
-        default: { double v; ar >> v; break; }
+        case 14:
+            ar.Version();
+            break;
+        case 15:
+            ar.IsLoading();
+            break;
+        case 16: {
+            long v;
+            ar >> v;
+            break;
+        }
+        case 17:
+            ar.CheckError(ar->SkipItem());
+            break;
+        case 18: {
+            bool v;
+            ar >> v;
+            break;
+        }
+        default: {
+            double v;
+            ar >> v;
+            break;
+        }
         }
     } catch (const _com_error& error) {
         EXPECT_TRUE(FAILED(error.Error()));
@@ -174,7 +237,8 @@ TEST(ArchiveFuzz, RandomFilesGiveValuesOrComErrors) {
         HRESULT hr;
         if (round < kFiles) {
             std::ofstream(path, std::ios::binary | std::ios::trunc)
-                .write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+                .write(reinterpret_cast<const char*>(bytes.data()),
+                       static_cast<std::streamsize>(bytes.size()));
             hr = host::archive::CreateFileArchiveForLoading(path, archive.Put());
         } else {
             hr = host::archive::CreateMemoryArchiveForLoading(bytes, archive.Put());
@@ -193,7 +257,8 @@ TEST(ArchiveFuzz, RandomFilesGiveValuesOrComErrors) {
         for (int load = 0; load < 40; ++load)
             (LoadOne(ar, random) ? values : errors)++;
     }
-    const auto seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+    const auto seconds =
+        std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
     std::error_code ignored;
     fs::remove(path, ignored);
 

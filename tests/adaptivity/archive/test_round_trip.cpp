@@ -29,11 +29,12 @@ enum class Medium { File, Memory };
 
 const std::wstring kCzech = L"Příliš žluťoučký kůň úpěl ďábelské ódy";
 const std::wstring kMixed = L"\U0001F600 \u4E2D\u6587 \u00DF\u00E9 \u0416 \u200D";
-constexpr GUID kAdaptivity = {0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
-constexpr GUID kAllOnes = {0xFFFFFFFF, 0xFFFF, 0xFFFF, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
+constexpr GUID kAdaptivity = {
+    0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
+constexpr GUID kAllOnes = {
+    0xFFFFFFFF, 0xFFFF, 0xFFFF, {0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF, 0xFF}};
 
-template <typename T>
-auto Bits(T value) {
+template <typename T> auto Bits(T value) {
     if constexpr (sizeof(T) == 4)
         return std::bit_cast<std::uint32_t>(value);
     else
@@ -59,7 +60,8 @@ protected:
         m_live = host::com::LiveBstrCount();
         std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
         std::replace(name.begin(), name.end(), '/', '_');
-        m_dir = fs::temp_directory_path() / ("slabadapt-roundtrip-" + std::to_string(::getpid()) + "-" + name);
+        m_dir = fs::temp_directory_path() /
+                ("slabadapt-roundtrip-" + std::to_string(::getpid()) + "-" + name);
         fs::remove_all(m_dir);
         fs::create_directories(m_dir);
     }
@@ -115,14 +117,16 @@ protected:
 
     static Bytes ReadFile(const fs::path& path) {
         std::ifstream in(path, std::ios::binary);
-        std::vector<char> chars((std::istreambuf_iterator<char>(in)), std::istreambuf_iterator<char>());
+        std::vector<char> chars((std::istreambuf_iterator<char>(in)),
+                                std::istreambuf_iterator<char>());
         Bytes bytes(chars.size());
         std::memcpy(bytes.data(), chars.data(), chars.size());
         return bytes;
     }
     static void WriteFile(const fs::path& path, const Bytes& bytes) {
         std::ofstream out(path, std::ios::binary | std::ios::trunc);
-        out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+        out.write(reinterpret_cast<const char*>(bytes.data()),
+                  static_cast<std::streamsize>(bytes.size()));
     }
 
     fs::path m_dir;
@@ -132,7 +136,9 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(BothArchives, RoundTrip, ::testing::Values(Medium::File, Medium::Memory),
-                         [](const auto& info) { return info.param == Medium::File ? "File" : "Memory"; });
+                         [](const auto& info) {
+                             return info.param == Medium::File ? "File" : "Memory";
+                         });
 
 TEST_P(RoundTrip, IntegersAtTheirExtremes) {
     using L = std::numeric_limits<std::int32_t>;
@@ -155,8 +161,8 @@ TEST_P(RoundTrip, IntegersAtTheirExtremes) {
             unsigned long u0 = 1, umax = 0;
             __int64 llmin = 0, llmax = 0;
             unsigned __int64 ull0 = 1, ullmax = 0;
-            ar >> t >> f >> c0 >> c255 >> smin >> smax >> imin >> imax >> zero >> lmin >> lmax >> u0 >>
-                umax >> llmin >> llmax >> ull0 >> ullmax;
+            ar >> t >> f >> c0 >> c255 >> smin >> smax >> imin >> imax >> zero >> lmin >> lmax >>
+                u0 >> umax >> llmin >> llmax >> ull0 >> ullmax;
             EXPECT_TRUE(t);
             EXPECT_FALSE(f);
             EXPECT_EQ(c0, 0);
@@ -180,15 +186,23 @@ TEST_P(RoundTrip, IntegersAtTheirExtremes) {
 TEST_P(RoundTrip, FloatingPointBitForBit) {
     // NaNs (with a payload and a sign), infinities, signed zero, subnormals and the limits come
     // back with every bit.
-    const std::vector<double> doubles = {
-        std::bit_cast<double>(0x7FF8000000000123ull), std::bit_cast<double>(0xFFF8000000000000ull),
-        std::numeric_limits<double>::infinity(), -std::numeric_limits<double>::infinity(),
-        -0.0, 0.0, std::numeric_limits<double>::denorm_min(), std::numeric_limits<double>::max(),
-        std::numeric_limits<double>::lowest(), std::numeric_limits<double>::min(), 0.1, -1e-300};
+    const std::vector<double> doubles = {std::bit_cast<double>(0x7FF8000000000123ull),
+                                         std::bit_cast<double>(0xFFF8000000000000ull),
+                                         std::numeric_limits<double>::infinity(),
+                                         -std::numeric_limits<double>::infinity(),
+                                         -0.0,
+                                         0.0,
+                                         std::numeric_limits<double>::denorm_min(),
+                                         std::numeric_limits<double>::max(),
+                                         std::numeric_limits<double>::lowest(),
+                                         std::numeric_limits<double>::min(),
+                                         0.1,
+                                         -1e-300};
     const std::vector<float> floats = {
-        std::bit_cast<float>(0x7FC00042u), std::numeric_limits<float>::infinity(),
-        -std::numeric_limits<float>::infinity(), -0.0f, std::numeric_limits<float>::denorm_min(),
-        std::numeric_limits<float>::max(), std::numeric_limits<float>::lowest(), 0.1f};
+        std::bit_cast<float>(0x7FC00042u),        std::numeric_limits<float>::infinity(),
+        -std::numeric_limits<float>::infinity(),  -0.0f,
+        std::numeric_limits<float>::denorm_min(), std::numeric_limits<float>::max(),
+        std::numeric_limits<float>::lowest(),     0.1f};
     Both(
         [&](_ar::archive& ar) {
             for (double d : doubles)
@@ -211,18 +225,15 @@ TEST_P(RoundTrip, FloatingPointBitForBit) {
 }
 
 TEST_P(RoundTrip, Guids) {
-    Both(
-        [](_ar::archive& ar) {
-            ar << kAdaptivity << GUID_NULL << kAllOnes << IID_IKQ_Archive;
-        },
-        [](_ar::archive& ar) {
-            GUID a = GUID_NULL, b = kAllOnes, c = GUID_NULL, d = GUID_NULL;
-            ar >> a >> b >> &c >> &d;
-            EXPECT_EQ(a, kAdaptivity);
-            EXPECT_EQ(b, GUID_NULL);
-            EXPECT_EQ(c, kAllOnes);
-            EXPECT_EQ(d, IID_IKQ_Archive);
-        });
+    Both([](_ar::archive& ar) { ar << kAdaptivity << GUID_NULL << kAllOnes << IID_IKQ_Archive; },
+         [](_ar::archive& ar) {
+             GUID a = GUID_NULL, b = kAllOnes, c = GUID_NULL, d = GUID_NULL;
+             ar >> a >> b >> &c >> &d;
+             EXPECT_EQ(a, kAdaptivity);
+             EXPECT_EQ(b, GUID_NULL);
+             EXPECT_EQ(c, kAllOnes);
+             EXPECT_EQ(d, IID_IKQ_Archive);
+         });
 }
 
 TEST_P(RoundTrip, StringsWithNonAsciiCharactersEmbeddedZerosAndNothing) {
@@ -302,9 +313,8 @@ TEST_P(RoundTrip, EverySupportedVariant) {
 }
 
 TEST_P(RoundTrip, VariantOfUnsupportedTypeLeavesItsTagInTheArchive) {
-    const Bytes bytes = Store([](_ar::archive& ar) {
-        EXPECT_THROW(ar << _variant_t(3), CInvalidArgException);
-    });
+    const Bytes bytes =
+        Store([](_ar::archive& ar) { EXPECT_THROW(ar << _variant_t(3), CInvalidArgException); });
     ComPtr<IKQ_Archive> archive;
     ASSERT_EQ(Open(bytes, archive), S_OK);
     _ar::archive ar(archive.Get());
@@ -436,16 +446,18 @@ TEST_P(RoundTrip, WrongHeaderRaisesTheArchivesError) {
     EXPECT_EQ(ComErrorOf([&] { _ar::archive(archive.Get()).CheckError(hr); }), STG_E_OLDFORMAT);
     EXPECT_FALSE(archive);
 
-    const Bytes text = {std::byte{'#'}, std::byte{' '}, std::byte{'t'}, std::byte{'e'}, std::byte{'x'},
-                        std::byte{'t'}, std::byte{'\n'}, std::byte{'1'}, std::byte{' '}, std::byte{'2'},
-                        std::byte{'\n'}, std::byte{'3'}, std::byte{' '}, std::byte{'4'}, std::byte{'\n'},
-                        std::byte{'5'}, std::byte{'\n'}};
+    const Bytes text = {std::byte{'#'}, std::byte{' '}, std::byte{'t'},  std::byte{'e'},
+                        std::byte{'x'}, std::byte{'t'}, std::byte{'\n'}, std::byte{'1'},
+                        std::byte{' '}, std::byte{'2'}, std::byte{'\n'}, std::byte{'3'},
+                        std::byte{' '}, std::byte{'4'}, std::byte{'\n'}, std::byte{'5'},
+                        std::byte{'\n'}};
     hr = Open(text, archive);
     EXPECT_EQ(ComErrorOf([&] { _ar::archive().CheckError(hr); }), STG_E_INVALIDHEADER);
 }
 
 TEST(RoundTripAcrossMedia, FileAndMemoryArchivesShareOneLayout) {
-    const fs::path path = fs::temp_directory_path() / ("slabadapt-cross-" + std::to_string(::getpid()) + ".kqa");
+    const fs::path path =
+        fs::temp_directory_path() / ("slabadapt-cross-" + std::to_string(::getpid()) + ".kqa");
     auto memory = std::make_shared<Bytes>();
     {
         ComPtr<IKQ_Archive> file, mem;

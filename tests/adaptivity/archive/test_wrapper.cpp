@@ -485,7 +485,8 @@ TEST_F(WrapperTest, OperatorsChainOnTheSameArchive) {
 
 TEST_F(WrapperTest, VariantStoreWritesTheTagThenTheValue) {
     _ar::archive ar(&double_);
-    ar << _variant_t() << _variant_t(2.5) << _variant_t(L"ř") << _variant_t(true) << _variant_t(false);
+    ar << _variant_t() << _variant_t(2.5) << _variant_t(L"ř") << _variant_t(true)
+       << _variant_t(false);
     EXPECT_EQ(double_.Slots(), (std::vector<int>{12, 12, 16, 12, 18, 12, 8, 12, 8}));
     const auto& c = double_.calls;
     EXPECT_EQ(c[0].integer, VT_EMPTY);

@@ -39,11 +39,13 @@ Bytes ReadFile(const fs::path& path) {
 
 void WriteFile(const fs::path& path, const Bytes& bytes) {
     std::ofstream out(path, std::ios::binary | std::ios::trunc);
-    out.write(reinterpret_cast<const char*>(bytes.data()), static_cast<std::streamsize>(bytes.size()));
+    out.write(reinterpret_cast<const char*>(bytes.data()),
+              static_cast<std::streamsize>(bytes.size()));
 }
 
 Bytes Header(int versionLow = 0, int versionHigh = 0) {
-    return B({0x89, 'K', 'Q', 'A', 'R', 0x0D, 0x0A, 0x1A, 0x01, 0x00, versionLow, versionHigh, 0, 0, 0, 0});
+    return B({0x89, 'K', 'Q', 'A', 'R', 0x0D, 0x0A, 0x1A, 0x01, 0x00, versionLow, versionHigh, 0, 0,
+              0, 0});
 }
 
 Bytes Concat(Bytes a, const Bytes& b) {
@@ -102,14 +104,14 @@ protected:
     }
 
     // Stores with store, closes and answers the item bytes after the header.
-    template <typename Store>
-    Bytes Items(Store store) {
+    template <typename Store> Bytes Items(Store store) {
         auto archive = Storing();
         store(archive.Get());
         EXPECT_EQ(archive->Close(), S_OK);
         const Bytes bytes = Stored();
         EXPECT_GE(bytes.size(), host::archive::kHeaderSize);
-        return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(host::archive::kHeaderSize), bytes.end());
+        return Bytes(bytes.begin() + static_cast<std::ptrdiff_t>(host::archive::kHeaderSize),
+                     bytes.end());
     }
 
     fs::path m_dir;
@@ -121,7 +123,9 @@ private:
 };
 
 INSTANTIATE_TEST_SUITE_P(BothMedia, ArchiveTest, ::testing::Values(Medium::File, Medium::Memory),
-                         [](const auto& info) { return info.param == Medium::File ? "File" : "Memory"; });
+                         [](const auto& info) {
+                             return info.param == Medium::File ? "File" : "Memory";
+                         });
 
 // ----- layout
 
@@ -165,20 +169,16 @@ TEST_P(ArchiveTest, FixedSizeItemsAreTaggedLittleEndian) {
         a->WriteDouble(-2.0);
         a->WriteCount(3);
     });
-    EXPECT_EQ(items, B({0x01, 0xAB,
-                        0x02, 0xFE, 0xFF,
-                        0x03, 0xEF, 0xBE,
-                        0x04, 0x04, 0x03, 0x02, 0x01,
-                        0x05, 0xFE, 0xFF, 0xFF, 0xFF,
-                        0x06, 0, 0, 0, 0, 0, 0, 0, 0x80,
-                        0x07, 0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01,
-                        0x08, 0x00, 0x00, 0x80, 0x3F,
-                        0x09, 0, 0, 0, 0, 0, 0, 0x00, 0xC0,
-                        0x0C, 3, 0, 0, 0, 0, 0, 0, 0}));
+    EXPECT_EQ(items, B({0x01, 0xAB, 0x02, 0xFE, 0xFF, 0x03, 0xEF, 0xBE, 0x04, 0x04, 0x03, 0x02,
+                        0x01, 0x05, 0xFE, 0xFF, 0xFF, 0xFF, 0x06, 0,    0,    0,    0,    0,
+                        0,    0,    0x80, 0x07, 0x08, 0x07, 0x06, 0x05, 0x04, 0x03, 0x02, 0x01,
+                        0x08, 0x00, 0x00, 0x80, 0x3F, 0x09, 0,    0,    0,    0,    0,    0,
+                        0x00, 0xC0, 0x0C, 3,    0,    0,    0,    0,    0,    0,    0}));
 }
 
 TEST_P(ArchiveTest, GuidStringAndRawLayout) {
-    const GUID guid = {0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
+    const GUID guid = {
+        0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
     const Bytes items = Items([&](IKQ_Archive* a) {
         a->WriteGuid(guid);
         BSTR text = SysAllocString(L"Ž\U0001F600");
@@ -191,11 +191,10 @@ TEST_P(ArchiveTest, GuidStringAndRawLayout) {
         a->Write(raw, 3, &written);
         EXPECT_EQ(written, 3u);
     });
-    EXPECT_EQ(items, B({0x0B, 0x0C, 0x00, 0x98, 0xAC, 0x9E, 0xE7, 0x65, 0x43,
-                        0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4,
-                        0x0A, 2, 0, 0, 0, 0x7D, 0x01, 0, 0, 0x00, 0xF6, 0x01, 0x00,
-                        0x0A, 1, 0, 0, 0, 'a', 0, 0, 0,
-                        0x0D, 3, 0, 0, 0, 1, 2, 3}));
+    EXPECT_EQ(items, B({0x0B, 0x0C, 0x00, 0x98, 0xAC, 0x9E, 0xE7, 0x65, 0x43, 0x87, 0x7E, 0x0A,
+                        0x3F, 0x95, 0xAA, 0x42, 0xF4, 0x0A, 2,    0,    0,    0,    0x7D, 0x01,
+                        0,    0,    0x00, 0xF6, 0x01, 0x00, 0x0A, 1,    0,    0,    0,    'a',
+                        0,    0,    0,    0x0D, 3,    0,    0,    0,    1,    2,    3}));
 }
 
 TEST_P(ArchiveTest, NullBstrIsStoredAsEmptyAndEmptyWriteOfRawIsNothing) {
@@ -644,6 +643,34 @@ TEST(MemoryArchive, BytesAreACompleteArchiveAtAnyTime) {
     EXPECT_EQ(archive->Abort(), S_OK);
     EXPECT_TRUE(bytes->empty());
     EXPECT_EQ(host::archive::CreateMemoryArchiveForStoring(nullptr, archive.Put()), E_POINTER);
+}
+
+} // namespace
+
+namespace {
+
+TEST(MemoryArchive, UnsignedShortAndCountRoundTrip) {
+    auto bytes = std::make_shared<std::vector<std::byte>>();
+    host::com::ComPtr<IKQ_Archive> storing;
+    ASSERT_EQ(host::archive::CreateMemoryArchiveForStoring(bytes, storing.Put()), S_OK);
+    ASSERT_EQ(storing->WriteUShort(0xFFFF), S_OK);
+    ASSERT_EQ(storing->WriteUShort(0), S_OK);
+    ASSERT_EQ(storing->WriteCount(0), S_OK);
+    ASSERT_EQ(storing->Close(), S_OK);
+
+    host::com::ComPtr<IKQ_Archive> loading;
+    ASSERT_EQ(host::archive::CreateMemoryArchiveForLoading(*bytes, loading.Put()), S_OK);
+    USHORT a = 1, b = 1;
+    SHORT wrong = 5;
+    EXPECT_EQ(loading->ReadShort(&wrong), DISP_E_TYPEMISMATCH); // signed and unsigned differ
+    EXPECT_EQ(wrong, 5);
+    EXPECT_EQ(loading->ReadUShort(&a), S_OK);
+    EXPECT_EQ(loading->ReadUShort(&b), S_OK);
+    EXPECT_EQ(a, 0xFFFF);
+    EXPECT_EQ(b, 0);
+    ULONGLONG count = 9;
+    EXPECT_EQ(loading->ReadCount(&count), S_OK);
+    EXPECT_EQ(count, 0u);
 }
 
 } // namespace

@@ -11,8 +11,7 @@ namespace {
 
 // The vtable slot of a virtual member function, read from its pointer-to-member
 // representation under the Itanium C++ ABI that GCC and Clang use.
-template <typename Member>
-std::ptrdiff_t SlotOf(Member member) {
+template <typename Member> std::ptrdiff_t SlotOf(Member member) {
     struct Representation {
         std::uintptr_t pointer;
         std::ptrdiff_t adjustment;
