@@ -1,0 +1,245 @@
+// The project check: every kind of problem it reports, with file and line or element, on a
+// project meshed with Gmsh whose STRINTG files are then spoilt one way at a time.
+#include "cli/ProjectCheck.h"
+#include "tests/e2e/project_fixture.h"
+
+#include <gtest/gtest.h>
+
+using namespace fixture;
+using slabadapt::cli::CheckProject;
+using slabadapt::cli::CheckReport;
+using slabadapt::cli::Severity;
+
+namespace {
+
+// The patch project: 16 quadrilaterals (elements 1-16) and 32 triangles (17-48); load case
+// id 7 reads patch.STRINTG0003, whose records start on line 5.
+class CheckTest : public testing::Test {
+protected:
+    void SetUp() override { p = MakePatchProject(dir.path()); }
+
+    fs::path Strintg() const { return p.string() + ".STRINTG0003"; }
+    std::vector<std::string> Records() const { return Lines(ReadFile(Strintg())); }
+
+    // Whether a finding of that severity, file (by name) and line holds the text.
+    static bool Has(const CheckReport& r, Severity s, const std::string& file, std::size_t line,
+                    const std::string& text) {
+        for (const auto& f : r.findings)
+            if (f.severity == s && f.file.filename() == file && f.line == line &&
+                f.message.find(text) != std::string::npos)
+                return true;
+        return false;
+    }
+    static std::string All(const CheckReport& r) {
+        std::ostringstream s;
+        slabadapt::cli::PrintFindings(r, s);
+        return s.str();
+    }
+
+    TempDir dir;
+    fs::path p;
+};
+
+} // namespace
+
+TEST_F(CheckTest, AProjectMadeWithGmshAndTheGeneratorPasses) {
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(r.findings.empty()) << All(r);
+    EXPECT_TRUE(r.Passed());
+    ASSERT_EQ(r.loadCases.size(), 1u);
+    EXPECT_EQ(r.loadCases[0].index, 3);
+    EXPECT_EQ(r.loadCases[0].strintgFile.filename(), "patch.STRINTG0003");
+    EXPECT_EQ(slabadapt::cli::SummaryLine(r),
+              "48 elements (32 triangles, 16 quadrilaterals) on 2 slabs, 45 nodes, 1 load case: "
+              "no problems");
+}
+
+TEST_F(CheckTest, WithoutLoadCasesEveryLoadCaseOfTheProjectIsChecked) {
+    const CheckReport r = CheckProject(p, {});
+    EXPECT_TRUE(r.Passed()) << All(r);
+    ASSERT_EQ(r.loadCases.size(), 1u);
+    EXPECT_EQ(r.loadCases[0].id, 7);
+}
+
+TEST_F(CheckTest, AMissingStrintgFile) {
+    fs::remove(Strintg());
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_FALSE(r.Passed());
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "cannot be opened")) << All(r);
+}
+
+TEST_F(CheckTest, AFileListingFewerElementsThanTheMesh) {
+    auto lines = Records();
+    lines.resize(lines.size() - 3); // element 48's three points
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "lists 47 elements, the mesh has 48"))
+        << All(r);
+}
+
+TEST_F(CheckTest, ElementsOutOfOrderAreReportedWithTheLine) {
+    auto lines = Records();
+    // Element 1 (lines 5-8) after element 2 (lines 9-12).
+    std::rotate(lines.begin() + 4, lines.begin() + 8, lines.begin() + 12);
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 9, "element 1 follows element 2"))
+        << All(r);
+}
+
+TEST_F(CheckTest, ABlankRecordLine) {
+    auto lines = Records();
+    lines.push_back("");
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", lines.size(), "element number 0"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AHeaderWithoutACoordinateColumn) {
+    auto lines = Records();
+    const auto at = lines[2].find("IGY");
+    ASSERT_NE(at, std::string::npos);
+    lines[2].replace(at, 3, "FOO");
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 3, "no igy column")) << All(r);
+    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", 3, "unknown column \"foo\"")) << All(r);
+}
+
+TEST_F(CheckTest, AHeaderWithoutValueColumnsIsAWarning) {
+    auto lines = Records();
+    // Drop the last column (GXY) from the header and its field from every record.
+    lines[2].resize(lines[2].size() - 15);
+    for (std::size_t i = 4; i < lines.size(); ++i)
+        lines[i].resize(lines[i].size() - 15);
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(r.Passed()) << All(r);
+    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", 3, "no column for gxy: read as 0"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AnElementWithFivePoints) {
+    auto lines = Records();
+    lines.insert(lines.begin() + 5, lines[4]); // element 1 gets a fifth point
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 5, "element 1 has 5 integration points"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AQuadrilateralWithThreePoints) {
+    auto lines = Records();
+    lines.erase(lines.begin() + 4); // element 1 (a quadrilateral) loses its first point
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 5,
+                    "element 1 has 3 integration points but 4 nodes in the mesh"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AnElementWithoutPoints) {
+    auto lines = Records();
+    lines.erase(lines.begin() + 8, lines.begin() + 12); // element 2
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "element 2 has no integration points"))
+        << All(r);
+}
+
+TEST_F(CheckTest, APointOffItsElement) {
+    auto lines = Records();
+    lines[6].replace(16, 15, " 1.00000000E+02"); // IGX of element 1's third point
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 7, "element 1: the integration point at (100,"))
+        << All(r);
+}
+
+TEST_F(CheckTest, ASystematicFaultIsListedTenTimesAndCounted) {
+    auto lines = Records();
+    for (std::size_t i = 4; i < lines.size(); ++i)
+        lines[i].replace(16, 15, " 1.00000000E+02");
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    std::size_t listed = 0;
+    for (const auto& f : r.findings)
+        listed += f.message.find("outside the element") != std::string::npos;
+    EXPECT_EQ(listed, slabadapt::cli::kFindingsPerKind);
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0,
+                    "... and " + std::to_string(16 * 4 + 32 * 3 - 10) + " more"))
+        << All(r);
+}
+
+TEST_F(CheckTest, LoadCasesThatDifferInPointCount) {
+    std::string toml = ReadFile(p.string() + ".toml");
+    WriteFile(p.string() + ".toml", toml + "[[load_case]]\nid = 8\nindex = 4\n");
+    auto lines = Records();
+    lines.insert(lines.begin() + 5, lines[4]);
+    WriteLines(p.string() + ".STRINTG0004", lines);
+    const CheckReport r = CheckProject(p, {7, 8});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0004", 5,
+                    "element 1 has 5 integration points here and 4 in patch.STRINTG0003 (line 5)"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AnUnknownLoadCaseId) {
+    const CheckReport r = CheckProject(p, {7, 99});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.toml", 0, "load case 99 is not defined (defined: 7)"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AnInvalidLoadCaseIsAnErrorWhenAskedForAndAWarningOtherwise) {
+    std::string toml = ReadFile(p.string() + ".toml");
+    toml.replace(toml.find("valid = true"), 12, "valid = false");
+    WriteFile(p.string() + ".toml", toml);
+    const CheckReport asked = CheckProject(p, {7});
+    EXPECT_FALSE(asked.Passed());
+    EXPECT_TRUE(Has(asked, Severity::Error, "patch.toml", 8, "load case 7 is marked valid = false"))
+        << All(asked);
+    const CheckReport all = CheckProject(p, {});
+    EXPECT_TRUE(all.Passed()) << All(all);
+    EXPECT_TRUE(Has(all, Severity::Warning, "patch.toml", 8, "a run skips it")) << All(all);
+}
+
+TEST_F(CheckTest, ALoadCaseAskedForTwiceIsAWarning) {
+    const CheckReport r = CheckProject(p, {7, 7});
+    EXPECT_TRUE(r.Passed()) << All(r);
+    EXPECT_TRUE(Has(r, Severity::Warning, "patch.toml", 0, "asked for 2 times")) << All(r);
+}
+
+TEST_F(CheckTest, AMissingTomlFile) {
+    fs::remove(p.string() + ".toml");
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.toml", 0, "missing")) << All(r);
+}
+
+TEST_F(CheckTest, AnUnreadableMeshNamesFileAndLine) {
+    auto lines = Lines(ReadFile(p.string() + ".msh"));
+    const auto it = std::find(lines.begin(), lines.end(), "$Nodes");
+    ASSERT_NE(it, lines.end());
+    *(it + 2) = "2 1 0 x"; // a malformed entity block header
+    WriteLines(p.string() + ".msh", lines);
+    const CheckReport r = CheckProject(p, {7});
+    ASSERT_FALSE(r.Passed());
+    EXPECT_FALSE(r.model.has_value());
+    ASSERT_EQ(r.findings.size(), 1u);
+    EXPECT_EQ(r.findings[0].file.filename(), "patch.msh");
+    EXPECT_GT(r.findings[0].line, 0u);
+}
+
+TEST(Check, ANodeOf70ElementsIsReportedWithItsNumbers) {
+    TempDir dir;
+    const fs::path p = MakeFanProject(dir.path(), 70);
+    const CheckReport r = CheckProject(p, {1});
+    ASSERT_FALSE(r.Passed());
+    bool found = false;
+    for (const auto& f : r.findings)
+        found |= f.file.filename() == "fan.msh" &&
+                 f.message.find("belongs to 70 elements: the estimator takes at most 64") !=
+                     std::string::npos;
+    EXPECT_TRUE(found);
+    const CheckReport ok = CheckProject(MakeFanProject(dir.path(), 64), {1});
+    EXPECT_TRUE(ok.Passed());
+}
