@@ -102,21 +102,21 @@ ELEMENT::~ELEMENT() {
 // Life cycle
 // ---------------------------------------------------------------------------------------
 
-// A copy shares the record tables and the nodal values of its source, as the engine always
-// did. Ownership stays with the source: the copy frees only what it allocates itself (its
-// own run's nodal values, tables it re-creates), so it must not outlive the source.
+// A shallow copy: it shares the record tables and the nodal values of its source (the result
+// vectors are its own). Ownership stays with the source: the copy frees only what it
+// allocates itself (its own run's nodal values, tables it re-creates), so it must not
+// outlive the source.
 MEER::MEER(const MEER& other)
-    : ipv1_kind(other.ipv1_kind), ipv2_kind(other.ipv2_kind),
-      nodal_values1(other.nodal_values1), nodal_values2(other.nodal_values2),
-      elem_error2(other.elem_error2), elem_norm2(other.elem_norm2),
-      elem_local_error(other.elem_local_error), elem_global_error(other.elem_global_error),
-      elem_error_density(other.elem_error_density), elem_size(other.elem_size),
-      elem_new_size(other.elem_new_size), enorm(other.enorm),
+    : ipv1_kind(other.ipv1_kind), ipv2_kind(other.ipv2_kind), nodal_values1(other.nodal_values1),
+      nodal_values2(other.nodal_values2), elem_error2(other.elem_error2),
+      elem_norm2(other.elem_norm2), elem_local_error(other.elem_local_error),
+      elem_global_error(other.elem_global_error), elem_error_density(other.elem_error_density),
+      elem_size(other.elem_size), elem_new_size(other.elem_new_size), enorm(other.enorm),
       max_size_ratio(other.max_size_ratio), min_size_ratio(other.min_size_ratio),
       patch_mode(other.patch_mode), planar(other.planar), n_regions(other.n_regions),
-      regions(other.regions), n_nodes(other.n_nodes), nodes(other.nodes),
-      n_elems(other.n_elems), elements(other.elements), owns_regions_(false),
-      owns_nodes_(false), owns_elements_(false), owns_values1_(false), owns_values2_(false) {}
+      regions(other.regions), n_nodes(other.n_nodes), nodes(other.nodes), n_elems(other.n_elems),
+      elements(other.elements), owns_regions_(false), owns_nodes_(false), owns_elements_(false),
+      owns_values1_(false), owns_values2_(false) {}
 
 MEER::~MEER() {
     if (owns_values1_)
@@ -196,8 +196,7 @@ double MEER::estimate(double target) {
     return compute_refinement(target);
 }
 
-double* MEER::grow_values_buffer(std::vector<double>& buffer, std::int32_t count,
-                                 std::int32_t k) {
+double* MEER::grow_values_buffer(std::vector<double>& buffer, std::int32_t count, std::int32_t k) {
     // Sized by what the count callback reports; at least k so that the first k entries can
     // always be read (entries the callback did not write read as 0).
     const std::size_t need = static_cast<std::size_t>(std::max(std::max(count, k), 0));
@@ -219,6 +218,11 @@ void MEER::recover_nodal_values() {
             rows[r] = new Dvctr*[static_cast<std::size_t>(n_nodes)]();
         return rows;
     };
+    // A repeated run starts from fresh rows (the old ones are freed rather than leaked).
+    if (owns_values1_)
+        free_nodal_values(nodal_values1, n_regions);
+    if (owns_values2_)
+        free_nodal_values(nodal_values2, n_regions);
     if (ipv1_kind != 0) {
         nodal_values1 = allocate();
         owns_values1_ = true;
@@ -701,13 +705,15 @@ void MEER::compute_element_errors() {
             const double* h1 = nullptr;
             const double* h2 = nullptr;
             if (use1) {
-                const std::int32_t count = give_IPs2_values_count(e, static_cast<int>(j), ipv1_kind);
+                const std::int32_t count =
+                    give_IPs2_values_count(e, static_cast<int>(j), ipv1_kind);
                 double* v = values_buffer(value_buf_, count, k);
                 give_IPs2_values(e, static_cast<int>(j), ipv1_kind, count, v);
                 h1 = v;
             }
             if (use2) {
-                const std::int32_t count = give_IPs2_values_count(e, static_cast<int>(j), ipv2_kind);
+                const std::int32_t count =
+                    give_IPs2_values_count(e, static_cast<int>(j), ipv2_kind);
                 double* v = values_buffer(value_buf2_, count, k);
                 give_IPs2_values(e, static_cast<int>(j), ipv2_kind, count, v);
                 h2 = v;
@@ -818,8 +824,7 @@ double MEER::compute_refinement(double target) {
 
     elem_error_density.resize(n_elems);
     for (std::int32_t e = 0; e < n_elems; ++e)
-        elem_error_density[e] =
-            elem_error2[e] / give_element_area(e) / give_element_thickness(e);
+        elem_error_density[e] = elem_error2[e] / give_element_area(e) / give_element_thickness(e);
     return eta;
 }
 

@@ -129,10 +129,10 @@ protected:
     virtual std::int32_t give_number_of_IPs2(std::int32_t elem) const = 0;
     // Writes the natural coordinates of the point, returns its weight.
     virtual double give_IPs2_coords_natural(std::int32_t elem, int ip, double* coords) const = 0;
-    virtual void give_IPs1_values(std::int32_t elem, int ip, MEER_IPValues kind,
-                                  std::int32_t count, double* values) const = 0;
-    virtual void give_IPs2_values(std::int32_t elem, int ip, MEER_IPValues kind,
-                                  std::int32_t count, double* values) const = 0;
+    virtual void give_IPs1_values(std::int32_t elem, int ip, MEER_IPValues kind, std::int32_t count,
+                                  double* values) const = 0;
+    virtual void give_IPs2_values(std::int32_t elem, int ip, MEER_IPValues kind, std::int32_t count,
+                                  double* values) const = 0;
     virtual std::int32_t give_IPs1_values_count(std::int32_t elem, int ip,
                                                 MEER_IPValues kind) const = 0;
     virtual std::int32_t give_IPs2_values_count(std::int32_t elem, int ip,
@@ -199,8 +199,7 @@ protected:
 private:
     void prepare_run_hook() {}
     // A buffer for count values of which the first k are read.
-    static double* values_buffer(std::vector<double>& buffer, std::int32_t count,
-                                 std::int32_t k) {
+    static double* values_buffer(std::vector<double>& buffer, std::int32_t count, std::int32_t k) {
         if (count >= k && static_cast<std::size_t>(count) <= buffer.size())
             return buffer.data();
         return grow_values_buffer(buffer, count, k);

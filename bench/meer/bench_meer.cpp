@@ -9,11 +9,11 @@
 
 #include <array>
 #include <atomic>
-#include <ctime>
 #include <cmath>
 #include <cstdint>
 #include <cstdlib>
 #include <cstring>
+#include <ctime>
 #include <map>
 #include <memory>
 #include <new>
@@ -38,10 +38,18 @@ __attribute__((noinline)) void* operator new[](std::size_t n) {
         return p;
     throw std::bad_alloc();
 }
-__attribute__((noinline)) void operator delete(void* p) noexcept { std::free(p); }
-__attribute__((noinline)) void operator delete[](void* p) noexcept { std::free(p); }
-__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept { std::free(p); }
-__attribute__((noinline)) void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+__attribute__((noinline)) void operator delete(void* p) noexcept {
+    std::free(p);
+}
+__attribute__((noinline)) void operator delete[](void* p) noexcept {
+    std::free(p);
+}
+__attribute__((noinline)) void operator delete(void* p, std::size_t) noexcept {
+    std::free(p);
+}
+__attribute__((noinline)) void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 namespace {
 
@@ -59,8 +67,8 @@ const std::array<std::array<double, 2>, kIps> kNatural = {
     {{-kGauss, -kGauss}, {kGauss, -kGauss}, {kGauss, kGauss}, {-kGauss, kGauss}}};
 
 std::array<double, 4> shape(double xi, double eta) {
-    return {0.25 * (1 - xi) * (1 - eta), 0.25 * (1 + xi) * (1 - eta),
-            0.25 * (1 + xi) * (1 + eta), 0.25 * (1 - xi) * (1 + eta)};
+    return {0.25 * (1 - xi) * (1 - eta), 0.25 * (1 + xi) * (1 - eta), 0.25 * (1 + xi) * (1 + eta),
+            0.25 * (1 - xi) * (1 + eta)};
 }
 
 // A structured n x n mesh of the unit square with values of both quantities at every
@@ -110,7 +118,8 @@ struct QuadMesh {
                 double px = 0.0;
                 double py = 0.0;
                 for (int k = 0; k < 4; ++k) {
-                    const auto v = static_cast<std::size_t>(conn[static_cast<std::size_t>(4 * e + k)]);
+                    const auto v =
+                        static_cast<std::size_t>(conn[static_cast<std::size_t>(4 * e + k)]);
                     px += nf[static_cast<std::size_t>(k)] * x[v];
                     py += nf[static_cast<std::size_t>(k)] * y[v];
                 }
@@ -120,7 +129,7 @@ struct QuadMesh {
                 double* out = &values[p * 2 * kComponents];
                 for (int c = 0; c < kComponents; ++c) {
                     const double g = 2.0 + std::sin(3.0 * px + 0.2 * c) * std::cos(2.0 * py);
-                    out[c] = g;                                // deformations
+                    out[c] = g;                                  // deformations
                     out[kComponents + c] = (1.0 + 0.25 * c) * g; // forces
                 }
             }
@@ -206,11 +215,13 @@ protected:
     }
     void give_IPs1_values(std::int32_t elem, int ip, MEER_IPValues kind, std::int32_t count,
                           double* values) const override {
-        std::memcpy(values, mesh_.at(elem, ip, kind), static_cast<std::size_t>(count) * sizeof(double));
+        std::memcpy(values, mesh_.at(elem, ip, kind),
+                    static_cast<std::size_t>(count) * sizeof(double));
     }
     void give_IPs2_values(std::int32_t elem, int ip, MEER_IPValues kind, std::int32_t count,
                           double* values) const override {
-        std::memcpy(values, mesh_.at(elem, ip, kind), static_cast<std::size_t>(count) * sizeof(double));
+        std::memcpy(values, mesh_.at(elem, ip, kind),
+                    static_cast<std::size_t>(count) * sizeof(double));
     }
     std::int32_t give_IPs1_values_count(std::int32_t, int, MEER_IPValues) const override {
         return kComponents;
@@ -237,8 +248,8 @@ struct Yardstick {
           norm2(static_cast<std::size_t>(m.elements())),
           new_size(static_cast<std::size_t>(m.elements())) {
         for (int ip = 0; ip < kIps; ++ip)
-            n_at[static_cast<std::size_t>(ip)] =
-                shape(kNatural[static_cast<std::size_t>(ip)][0], kNatural[static_cast<std::size_t>(ip)][1]);
+            n_at[static_cast<std::size_t>(ip)] = shape(kNatural[static_cast<std::size_t>(ip)][0],
+                                                       kNatural[static_cast<std::size_t>(ip)][1]);
     }
 
     double run(double target) {
@@ -285,7 +296,8 @@ struct Yardstick {
         for (std::int32_t e = 0; e < mesh.elements(); ++e) {
             const double* nv[4];
             for (int k = 0; k < 4; ++k)
-                nv[k] = &nodal[static_cast<std::size_t>(mesh.conn[static_cast<std::size_t>(4 * e + k)]) *
+                nv[k] = &nodal[static_cast<std::size_t>(
+                                   mesh.conn[static_cast<std::size_t>(4 * e + k)]) *
                                kRhs];
             double de = 0.0;
             double dn = 0.0;
@@ -293,7 +305,8 @@ struct Yardstick {
                 const auto& n = n_at[static_cast<std::size_t>(ip)];
                 const double* h = mesh.at(e, ip, 1);
                 for (int c = 0; c < kComponents; ++c) {
-                    const double s1 = n[0] * nv[0][c] + n[1] * nv[1][c] + n[2] * nv[2][c] + n[3] * nv[3][c];
+                    const double s1 =
+                        n[0] * nv[0][c] + n[1] * nv[1][c] + n[2] * nv[2][c] + n[3] * nv[3][c];
                     const int c2 = c + kComponents;
                     const double s2 =
                         n[0] * nv[0][c2] + n[1] * nv[1][c2] + n[2] * nv[2][c2] + n[3] * nv[3][c2];

@@ -61,13 +61,15 @@ void check_rate(const std::vector<Row>& rows, const char* title) {
         std::printf("%6d %12.6f %14.6e %8.3f\n", rows[i].n, rows[i].h, rows[i].eta, rate);
         // Pre-asymptotic meshes may deviate a little; the finest pair must be close to 2.
         const double margin = i + 1 == rows.size() ? 0.1 : 0.25;
-        EXPECT_NEAR(rate, 2.0, margin) << title << ", meshes " << rows[i - 1].n << " and "
-                                       << rows[i].n;
+        EXPECT_NEAR(rate, 2.0, margin)
+            << title << ", meshes " << rows[i - 1].n << " and " << rows[i].n;
     }
     std::fflush(stdout);
 }
 
-TEST(Convergence, QuadsFallAtRateTwo) { check_rate(run(Cells::Quads, false), "quadrilaterals"); }
+TEST(Convergence, QuadsFallAtRateTwo) {
+    check_rate(run(Cells::Quads, false), "quadrilaterals");
+}
 
 TEST(Convergence, TrianglesFallAtRateTwo) {
     check_rate(run(Cells::Triangles, false), "triangles");

@@ -86,14 +86,14 @@ TEST(ElementErrors, ComputedValuesEqualToTheSmoothedFieldGiveZeroError) {
     engine.initialize();
     engine.estimate(0.05);
     for (std::int32_t e = 0; e < engine.n_elems; ++e) {
-        EXPECT_TRUE(near(engine.give_elem_error2()[e], 0.0, 0.0, 1e-24 * engine.give_elem_norm2()[e]));
+        EXPECT_TRUE(
+            near(engine.give_elem_error2()[e], 0.0, 0.0, 1e-24 * engine.give_elem_norm2()[e]));
         EXPECT_EQ(engine.give_elem_new_size()[e], 2 * engine.give_elem_size()[e]);
     }
 }
 
 // Reference integration of one element from the recovered nodal values.
-void reference_element(const TestEngine& engine, std::int32_t e, double& error2,
-                       double& norm2) {
+void reference_element(const TestEngine& engine, std::int32_t e, double& error2, double& norm2) {
     const TestElement& el = engine.mesh.elements[static_cast<std::size_t>(e)];
     const double fac = engine.thickness_reduced * engine.mesh.area(static_cast<std::size_t>(e));
     error2 = 0.0;
@@ -121,8 +121,7 @@ void reference_element(const TestEngine& engine, std::int32_t e, double& error2,
 TEST(ElementErrors, EnergyNormIntegratesTheProductOfBothDifferences) {
     for (std::int32_t edi : {2, 3}) {
         TestMesh mesh;
-        add_grid(mesh, 3, 3, 1.5, 1.2, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, Cells::Mixed, 0, 0.2,
-                 edi);
+        add_grid(mesh, 3, 3, 1.5, 1.2, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, Cells::Mixed, 0, 0.2, edi);
         TestEngine engine(std::move(mesh), wavy_field);
         engine.initialize();
         engine.estimate(0.05);
@@ -313,8 +312,8 @@ TEST(Sizing, ErrorFiguresFollowTheirFormulas) {
     for (std::int32_t e = 0; e < 3; ++e) {
         const double err = s.engine.give_elem_error2()[e];
         const double nrm = s.engine.give_elem_norm2()[e];
-        EXPECT_TRUE(near(s.engine.give_elem_local_error()[e], std::sqrt(err / (nrm + err)) * 100,
-                         1e-14));
+        EXPECT_TRUE(
+            near(s.engine.give_elem_local_error()[e], std::sqrt(err / (nrm + err)) * 100, 1e-14));
         EXPECT_TRUE(near(s.engine.give_elem_global_error()[e], std::sqrt(err) / m * 100, 1e-14));
         // Full thickness here, not the reduced one.
         EXPECT_TRUE(near(s.engine.give_elem_error_density()[e], err / areas[e] / 0.5, 1e-15));

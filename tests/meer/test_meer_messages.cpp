@@ -42,8 +42,8 @@ TEST(EngineMessages, UnknownEdiInTheSizing) {
     engine.initialize();
     engine.estimate(0.05);
     engine.mesh.elements[1].edi = 0;
-    EXPECT_TRUE(is_engine_error(fatal_output([&] { engine.compute_refinement(0.05); }),
-                                "Unknown edi"));
+    EXPECT_TRUE(
+        is_engine_error(fatal_output([&] { engine.compute_refinement(0.05); }), "Unknown edi"));
 }
 
 TEST(EngineMessages, UnknownSprPatchTypeWhenPreparingARegion) {
@@ -63,11 +63,9 @@ TEST(EngineMessages, UnknownSprPatchTypeWhenFitting) {
     engine.regions[0].spr_patch_type = 0;
     std::vector<Dvctr*> values(static_cast<std::size_t>(engine.n_nodes), nullptr);
     Lvctr counter(engine.n_nodes);
-    EXPECT_TRUE(is_engine_error(fatal_output([&] {
-                                    engine.fit_patch(0, patch, MEER_IPV_FORCES, values.data(),
-                                                     counter);
-                                }),
-                                "Unknown SPR patch type"));
+    EXPECT_TRUE(is_engine_error(
+        fatal_output([&] { engine.fit_patch(0, patch, MEER_IPV_FORCES, values.data(), counter); }),
+        "Unknown SPR patch type"));
 }
 
 TEST(EngineMessages, BadPatchModeWhenPreparingARegion) {
@@ -210,8 +208,7 @@ TEST(EngineMessages, NormWithoutItsQuantitiesIsAnInternalError) {
     engine.ipv2_kind = MEER_IPV_NONE;
     engine.recover_nodal_values();
     engine.enorm = 2; // asks for the product with a quantity that was not recovered
-    EXPECT_TRUE(is_engine_error(fatal_output([&] { engine.compute_element_errors(); }),
-                                kInternal));
+    EXPECT_TRUE(is_engine_error(fatal_output([&] { engine.compute_element_errors(); }), kInternal));
 }
 
 } // namespace

@@ -227,6 +227,20 @@ TEST(EngineModelDeathTest, RunStoppedBeforePatchPreparationEndsTheProcessAtDestr
         "za ktery muze autor");
 }
 
+TEST(EngineModel, RepeatedRunStartsFromFreshNodalValues) {
+    // Not a supported use, but it must neither leak nor accumulate old values.
+    TestEngine engine(two_by_two(), linear_field);
+    engine.initialize();
+    const double first = engine.estimate(0.05);
+    const double value = (*engine.nodal(1, 0, 4))[3];
+    const double second = engine.estimate(0.05);
+    EXPECT_EQ(first, second);
+    EXPECT_EQ((*engine.nodal(1, 0, 4))[3], value);
+    engine.enorm = 4;
+    engine.estimate(0.05);
+    EXPECT_EQ(engine.nodal_values2, nullptr);
+}
+
 TEST(EngineModel, EstimateReturnsTheGlobalRelativeError) {
     TestEngine engine(two_by_two(), [](int kind, const Vec3& p, double* out) {
         for (int c = 0; c < 8; ++c)

@@ -52,14 +52,13 @@ TestMesh build(Geometry g, Cells cells, bool perturbed, std::int32_t quad_edi) {
     case Geometry::Folded:
         mesh.n_regions = 2;
         add_grid(mesh, 6, 5, 1.0, 0.8, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, cells, 0, p, quad_edi);
-        add_grid(mesh, 6, 4, 1.0, 0.6, {0, 0, 0}, {1, 0, 0}, {0, 0, 1}, cells, 1, p, quad_edi,
-                 777);
+        add_grid(mesh, 6, 4, 1.0, 0.6, {0, 0, 0}, {1, 0, 0}, {0, 0, 1}, cells, 1, p, quad_edi, 777);
         break;
     case Geometry::FoldedSlanted:
         mesh.n_regions = 2;
         add_grid(mesh, 6, 5, 1.0, 0.8, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, cells, 0, p, quad_edi);
-        add_grid(mesh, 6, 4, 1.0, 0.6, {0, 0, 0}, {1, 0, 0}, {0, -0.6, 0.8}, cells, 1, p,
-                 quad_edi, 777);
+        add_grid(mesh, 6, 4, 1.0, 0.6, {0, 0, 0}, {1, 0, 0}, {0, -0.6, 0.8}, cells, 1, p, quad_edi,
+                 777);
         break;
     }
     return mesh;
@@ -127,8 +126,8 @@ INSTANTIATE_TEST_SUITE_P(
     Meshes, PatchTest,
     testing::Combine(testing::Values(Geometry::Planar, Geometry::Tilted, Geometry::Folded,
                                      Geometry::FoldedSlanted),
-                     testing::Values(Cells::Quads, Cells::Triangles, Cells::Mixed),
-                     testing::Bool(), testing::Values(2, 3)),
+                     testing::Values(Cells::Quads, Cells::Triangles, Cells::Mixed), testing::Bool(),
+                     testing::Values(2, 3)),
     param_name);
 
 } // namespace

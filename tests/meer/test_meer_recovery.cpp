@@ -15,8 +15,8 @@ namespace {
 
 void nonlinear_field(int kind, const Vec3& p, double* out) {
     for (int c = 0; c < 8; ++c)
-        out[c] = kind + 0.5 * c + std::sin(2.0 * p[0] + 0.3 * c) * std::exp(0.7 * p[1]) +
-                 p[2] * p[2];
+        out[c] =
+            kind + 0.5 * c + std::sin(2.0 * p[0] + 0.3 * c) * std::exp(0.7 * p[1]) + p[2] * p[2];
 }
 
 void expect_frame(const Dmtrx& f, const std::array<double, 9>& rows, double tol = 0.0) {
@@ -78,7 +78,9 @@ double reference_fit(const TestEngine& engine, const std::vector<std::int32_t>& 
 }
 
 // Index of the grid node (i, j) of a single add_grid call on an empty mesh.
-std::int32_t grid_node(int nx, int i, int j) { return j * (nx + 1) + i; }
+std::int32_t grid_node(int nx, int i, int j) {
+    return j * (nx + 1) + i;
+}
 
 TEST(Recovery, FlatMeshInXYHasNoLocalFrameAndFitsInGlobalXY) {
     TestMesh mesh;
@@ -108,9 +110,8 @@ TEST(Recovery, FlatMeshInXYHasNoLocalFrameAndFitsInGlobalXY) {
     EXPECT_TRUE(near((*values[centre])[0], expected[0], 1e-12));
     // ...while with a normal the zero frame collapses every point onto the origin.
     engine.nodes[centre].normals[0] = new VectoR(0.0, 0.0, 1.0);
-    const std::string text = fatal_output([&] {
-        engine.fit_patch(0, patch, MEER_IPV_DEFORMATIONS, values.data(), counter);
-    });
+    const std::string text = fatal_output(
+        [&] { engine.fit_patch(0, patch, MEER_IPV_DEFORMATIONS, values.data(), counter); });
     EXPECT_TRUE(is_engine_error(text, "Problem s zaplatou elementu kolem uzlu 4"));
 }
 
@@ -436,6 +437,25 @@ TEST(Recovery, NodesInTwoRegionsAreAveragedPerRegion) {
         ASSERT_NE(engine.nodal(1, 1, n), nullptr);
         EXPECT_TRUE(near((*engine.nodal(1, 0, n))[2], (*engine.nodal(1, 1, n))[2], 1e-10));
     }
+}
+
+TEST(Recovery, SixtyFourElementsMayMeetAtANode) {
+    TestMesh mesh;
+    const auto centre = mesh.add_node({0.5, 0.5, 0});
+    std::vector<std::int32_t> rim;
+    for (int i = 0; i < 64; ++i) {
+        const double t = 2 * 3.141592653589793 * i / 64;
+        rim.push_back(mesh.add_node({0.5 + 0.4 * std::cos(t), 0.5 + 0.3 * std::sin(t), 0}));
+    }
+    for (int i = 0; i < 64; ++i)
+        mesh.add_element({centre, rim[static_cast<std::size_t>(i)],
+                          rim[static_cast<std::size_t>((i + 1) % 64)]});
+    TestEngine engine(std::move(mesh), linear_field);
+    engine.initialize();
+    engine.estimate(0.05);
+    EXPECT_EQ(engine.nodes[centre].elems.size(), 64);
+    EXPECT_EQ(engine.nodes[centre].boundary, 0); // a closed fan
+    expect_exact_values(engine, 0);
 }
 
 TEST(Recovery, LargerValueCountsAreFetchedWholeAndTheFirstComponentsUsed) {

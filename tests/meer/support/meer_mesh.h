@@ -171,8 +171,7 @@ private:
 // grids meet along an edge).
 inline void add_grid(TestMesh& mesh, int nx, int ny, double lx, double ly, const Vec3& origin,
                      const Vec3& ex, const Vec3& ey, Cells cells, std::int32_t region,
-                     double perturb = 0.0, std::int32_t quad_edi = 3,
-                     std::uint64_t seed = 12345) {
+                     double perturb = 0.0, std::int32_t quad_edi = 3, std::uint64_t seed = 12345) {
     Jitter jitter(seed);
     std::vector<std::int32_t> id(static_cast<std::size_t>((nx + 1) * (ny + 1)));
     const double hx = lx / nx;
@@ -228,8 +227,8 @@ using Field = std::function<void(int kind, const Vec3& p, double* out)>;
 // the unit cube so that the energy-type norm of the field is positive.
 inline void linear_field(int kind, const Vec3& p, double* out) {
     for (int c = 0; c < 8; ++c) {
-        out[c] = 10.0 + c + 3.0 * kind + (0.3 + 0.1 * c) * p[0] -
-                 (0.2 + 0.05 * c * kind) * p[1] + (0.15 + 0.07 * c - 0.02 * kind) * p[2];
+        out[c] = 10.0 + c + 3.0 * kind + (0.3 + 0.1 * c) * p[0] - (0.2 + 0.05 * c * kind) * p[1] +
+                 (0.15 + 0.07 * c - 0.02 * kind) * p[2];
     }
 }
 
@@ -342,15 +341,14 @@ protected:
             elems[i] = list[i];
     }
     MEER_ElemDisplInterpol give_element_EDI(std::int32_t elem) override {
-        return static_cast<MEER_ElemDisplInterpol>(mesh.elements[static_cast<std::size_t>(elem)].edi);
+        return static_cast<MEER_ElemDisplInterpol>(
+            mesh.elements[static_cast<std::size_t>(elem)].edi);
     }
     double give_element_area(std::int32_t elem) const override {
         return mesh.area(static_cast<std::size_t>(elem));
     }
     double give_element_thickness(std::int32_t) const override { return thickness; }
-    double give_element_thickness_reduced(std::int32_t) const override {
-        return thickness_reduced;
-    }
+    double give_element_thickness_reduced(std::int32_t) const override { return thickness_reduced; }
     std::int32_t give_number_of_IPs2(std::int32_t elem) const override {
         return static_cast<std::int32_t>(mesh.elements[static_cast<std::size_t>(elem)].ips2.size());
     }
@@ -398,8 +396,7 @@ private:
 };
 
 // Runs f, which must raise the engine's fatal error; returns what went to standard error.
-template <typename F>
-std::string fatal_output(F&& f) {
+template <typename F> std::string fatal_output(F&& f) {
     testing::internal::CaptureStderr();
     int code = 0;
     try {
@@ -434,8 +431,8 @@ inline ::testing::AssertionResult near(double a, double b, double rel, double ab
     const double tol = abs + rel * std::max(std::fabs(a), std::fabs(b));
     if (std::fabs(a - b) <= tol)
         return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << a << " vs " << b << " (difference " << a - b
-                                         << ", tolerance " << tol << ")";
+    return ::testing::AssertionFailure()
+           << a << " vs " << b << " (difference " << a - b << ", tolerance " << tol << ")";
 }
 
 } // namespace meertest
