@@ -8,6 +8,7 @@
 set -euo pipefail
 cd "$(dirname "$0")/.."
 PYTHON=${PYTHON:-/usr/bin/python3}
+export PYTHONDONTWRITEBYTECODE=1
 OUT=${OUT:-build/validation}
 if [ -z "${SLABADAPT:-}" ]; then
     SLABADAPT=$PWD/build/release/cli/slabadapt
