@@ -234,6 +234,37 @@ TEST(IntegrationPointData, NarrowPathMatchesTheRuntimeOnRandomFields) {
     }
 }
 
+TEST(IntegrationPointData, NarrowPathMatchesTheRuntimeAcrossMagnitudes) {
+    // Numbers of every size and digit count a solver may print, including those that leave
+    // the exact fast path (more digits, exponents beyond 22, subnormals, overflow).
+    std::mt19937_64 rng(42);
+    std::uniform_int_distribution<int> exponent(-330, 310);
+    std::uniform_real_distribution<double> mantissa(1.0, 10.0);
+    const char* formats[] = {"%.8E", "%.6e", "%.14g", "%.9g", "%.3f", "%.12f", "%.0f", "%.16e"};
+    for (int trial = 0; trial < 30000; ++trial) {
+        const double value = (trial % 2 ? -1.0 : 1.0) * mantissa(rng) * std::pow(10.0, exponent(rng));
+        std::string field = slabadapt::test::Number(value, formats[trial % 8]);
+        if (field.size() > 15)
+            field.resize(15);
+        const std::string line = std::string(16, ' ') + slabadapt::test::Field(field);
+        CIntegrationPointData wide;
+        CIntegrationPointData narrow;
+        wide.ReadFromLine(CString(line), 0x10);
+        narrow.ReadFromLine(std::string_view(line), 0x10);
+        ASSERT_TRUE(slabadapt::test::SamePoint(wide, narrow)) << "field \"" << field << "\"";
+    }
+    for (const char* digits : {"123456789012345", "0.0000000000001", "900719925474099", "9007199254740993",
+                               "1e22", "1e23", "9.999999999e22", "1e-22", "1e-23", "1e+000000000005",
+                               "123456789.12345", "0.1e-21", "4.9e-324", "1.8e308", "2e308"}) {
+        const std::string line = std::string(16, ' ') + slabadapt::test::Field(digits);
+        CIntegrationPointData wide;
+        CIntegrationPointData narrow;
+        wide.ReadFromLine(CString(line), 0x10);
+        narrow.ReadFromLine(std::string_view(line), 0x10);
+        EXPECT_TRUE(slabadapt::test::SamePoint(wide, narrow)) << "field \"" << digits << "\"";
+    }
+}
+
 // ---------------------------------------------------------------------------------------------
 // Header columns
 
