@@ -554,7 +554,8 @@ long CAdaptiveMeshData::GetCountOfIntegrationPoints(unsigned long element) const
 }
 
 Outcome64Enums::eElementType CAdaptiveMeshData::GetElementType(unsigned long element) const {
-    // Four points make a quadrilateral; any other count is taken for a triangle.
+    // Four points make a quadrilateral; any other count is taken for a triangle. The host's
+    // enumerations are used by number (0 triangle, 1 quadrilateral; 0 forces, 1 deformations).
     return static_cast<Outcome64Enums::eElementType>(m_Results.at(element).size() == 4 ? 1 : 0);
 }
 
@@ -619,6 +620,8 @@ bool CAdaptiveMeshData::StoreMeshErrorAndRefinementInResults(CKQ_ResultsAPI& sto
         const CKQ_ResultKey key(c_guidMeshErrorAndRefinement, object, resultCase, 0,
                                 static_cast<eCoordSystem>(1), static_cast<eResLocation>(0),
                                 static_cast<eEnvelopeExtreme>(0));
+        // The store's own operations beside CKQ_FemResultsAPI: GetResultTable makes (or opens)
+        // the slab's table, CKQ_Result::GetCountOfRows and SetValue count its rows and set a cell.
         std::shared_ptr<CKQ_Result> table = store.GetResultTable(key);
         if (!table)
             continue; // the store has no table for this slab

@@ -127,6 +127,8 @@ double CAdaptivityResultsAPIImpl::GetIntegrationPointWeight(unsigned long elemen
     return m_AdaptiveMeshData.GetIntegrationPointWeight(element, point);
 }
 
+// The const operations reach the solver link through the store's read-only accessor,
+// GetSolverLinkReadOnly; without a link (Init answered -1) there are no load cases.
 unsigned long CAdaptivityResultsAPIImpl::GetCountOfLoadCases() const {
     const CKQ_SolverLinkMock* link = m_ResultsAPI.GetSolverLinkReadOnly();
     return link != nullptr ? link->GetCountOfLoadCases() : 0;

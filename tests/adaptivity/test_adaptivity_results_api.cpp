@@ -563,10 +563,13 @@ public:
     std::vector<std::shared_ptr<CKQ_Result>> saved;
     std::vector<CKQ_ResultKey> asked;
     bool leaveElementUnset = false;
+    bool noTables = false;
 
     CKQ_SolverLinkMock* GetSolverLink() override { return &link; }
     std::shared_ptr<CKQ_Result> GetResultTable(const CKQ_ResultKey& key) override {
         asked.push_back(key);
+        if (noTables)
+            return nullptr;
         auto table = std::make_shared<CKQ_Result>(key, rowElements, 4);
         for (unsigned long row = 0; row < rowElements.size(); ++row)
             for (unsigned long c = 0; c < 4; ++c)
@@ -633,4 +636,16 @@ TEST(StoreMeshErrorAndRefinement, RowsWhoseElementStaysZeroAreLeftAlone) {
         for (unsigned long c = 0; c < 4; ++c)
             EXPECT_EQ(store.saved[0]->GetValue(c, row), -1.0);
     EXPECT_EQ(store.asked[0].GetResultCase().GetNumber(), 2);
+}
+
+// A store that has no table for a slab gives nothing to fill or save for it.
+TEST(StoreMeshErrorAndRefinement, SlabWithoutTableIsSkipped) {
+    RecordingStore store;
+    store.link.AddSlab(1, 10);
+    store.link.AddSlab(2, 20);
+    store.noTables = true;
+    CAdaptiveMeshData data;
+    EXPECT_TRUE(data.StoreMeshErrorAndRefinementInResults(store, 1, {1}, {1}, {1}, {1}));
+    EXPECT_EQ(store.asked.size(), 2u);
+    EXPECT_TRUE(store.saved.empty());
 }
