@@ -12,15 +12,30 @@ namespace slabadapt::ccx {
 
 namespace {
 
+// Exit codes as the other commands use them: 65 input that does not fit (a project, deck or
+// results file), 74 an output file not written, 70 anything else.
+constexpr int kExitDataError = 65;
+constexpr int kExitInternal = 70;
+constexpr int kExitOutput = 74;
+
 template <class F> void Guarded(F&& action) {
+    int code = 0;
     try {
         action();
+        return;
     } catch (const CLI::Error&) {
         throw;
+    } catch (const ImportError& e) {
+        std::cerr << "slabadapt: " << e.what() << '\n';
+        code = kExitDataError;
+    } catch (const WriteError& e) {
+        std::cerr << "slabadapt: " << e.what() << '\n';
+        code = kExitOutput;
     } catch (const std::exception& e) {
         std::cerr << "slabadapt: " << e.what() << '\n';
-        throw CLI::RuntimeError(1);
+        code = kExitInternal;
     }
+    throw CLI::RuntimeError(code);
 }
 
 const std::map<std::string, InpFamily> kInpTypes = {{"shell", InpFamily::Shell},
@@ -68,12 +83,13 @@ void RunInp(const InpArgs& a) {
 CLI::Option* AddInpExportOptions(CLI::App& exportCommand) {
     auto args = std::make_shared<InpArgs>();
     auto* inp = exportCommand.add_option("--inp", args->file,
-                                         "Write the mesh as a CalculiX input part (nodes, elements "
-                                         "by slab in sets SLAB1.., node sets of physical curves)");
+                                         "a CalculiX input part of the mesh in the project's "
+                                         "numbering: element sets SLAB1.., node sets of the "
+                                         "physical curves and points");
     exportCommand
         .add_option("--inp-type", args->type,
-                    "CalculiX elements for --inp: shell (S3/S4, slabs) or plane-stress "
-                    "(CPS3/CPS4, walls)")
+                    "the CalculiX elements of --inp: shell (S3/S4, slabs) or "
+                    "plane-stress (CPS3/CPS4, walls)")
         ->check(CLI::IsMember({"shell", "plane-stress"}))
         ->capture_default_str();
     CLI::App* cmd = &exportCommand;
@@ -94,27 +110,29 @@ CLI::Option* AddInpExportOptions(CLI::App& exportCommand) {
 void RegisterCcxCommands(CLI::App& app) {
     auto imp = std::make_shared<ImportArgs>();
     CLI::App* cmd = app.add_subcommand(
-        "import-ccx", "Write the project's STRINTG files from CalculiX *EL PRINT results");
-    cmd->add_option("project", imp->project, "Project path P (P.msh, P.toml), without extension")
+        "import-ccx", "Write P's STRINTG files from CalculiX *EL PRINT results (S, E, COORD)");
+    cmd->add_option("project", imp->project, "the project path P, without extension")
         ->required();
-    cmd->add_option("dat", imp->dat, "CalculiX results JOB.dat with *EL PRINT of S, E and COORD")
+    cmd->add_option("dat", imp->dat, "the CalculiX results JOB.dat, with *EL PRINT of S, E and COORD")
         ->required()
         ->check(CLI::ExistingFile);
     cmd->add_flag("--plane-stress", imp->planeStress,
-                  "Recompute stresses from the printed strains with the plane-stress law "
-                  "(default: the printed stresses)");
+                  "recompute the stresses from the printed strains with the "
+                  "plane-stress law (default: the stresses as printed)");
     cmd->add_option("--young", imp->young, "Young's modulus for --plane-stress (default: the "
-                                           "deck JOB.inp's *ELASTIC)");
-    cmd->add_option("--poisson", imp->poisson, "Poisson's ratio for --plane-stress");
+                                           "*ELASTIC of the deck JOB.inp)");
+    cmd->add_option("--poisson", imp->poisson, "Poisson's ratio for --plane-stress (default: the deck's)");
     cmd->add_option("--family", imp->family,
-                    "auto: shells where CalculiX printed a shell orientation, else walls; "
-                    "plane: membrane values only; shell: all values")
+                    "auto: slabs where CalculiX printed a shell orientation, else "
+                    "walls; plane: membrane values only; shell: all sixteen values")
         ->check(CLI::IsMember({"auto", "plane", "shell"}))
         ->capture_default_str();
-    cmd->footer("Example:\n  slabadapt export plate --inp plate_mesh.inp\n"
-                "  ccx -i plate        (plate.inp *INCLUDEs plate_mesh.inp; *EL PRINT S, E, COORD)\n"
-                "  slabadapt import-ccx plate plate.dat\n"
-                "  slabadapt run plate --target 0.05 --load-case 1");
+    cmd->footer("Example:\n"
+                "  slabadapt export examples/square-plate/plate --inp plate_mesh.inp\n"
+                "  ccx -i plate      (plate.inp *INCLUDEs plate_mesh.inp, *EL PRINT S, E, COORD)\n"
+                "  slabadapt import-ccx examples/square-plate/plate plate.dat\n"
+                "Step k of JOB.dat goes to P.STRINTG<index> of the k-th load case of P.toml in\n"
+                "ascending index. Exit codes: 65 input that does not fit, 74 file not written.");
     cmd->callback([imp, cmd] { Guarded([&] { RunImport(*imp, *cmd); }); });
 
     CLI::App* exportCommand = nullptr;
@@ -130,8 +148,8 @@ void RegisterCcxCommands(CLI::App& app) {
     auto inp = std::make_shared<InpArgs>();
     CLI::App* exp = app.add_subcommand("export-inp", "Write P's mesh as a CalculiX input part in "
                                                      "the project's numbering");
-    exp->add_option("project", inp->project, "Project path P")->required();
-    exp->add_option("file", inp->file, "CalculiX input file to write")->required();
+    exp->add_option("project", inp->project, "the project path P, without extension")->required();
+    exp->add_option("file", inp->file, "the CalculiX input file to write")->required();
     exp->add_option("--inp-type", inp->type, "shell (S3/S4) or plane-stress (CPS3/CPS4)")
         ->check(CLI::IsMember({"shell", "plane-stress"}))
         ->capture_default_str();

@@ -10,7 +10,8 @@
 // Call RegisterCcxCommands after the `export` subcommand exists: `--inp` is then added to it
 // (and performed when the subcommand's parsing completes, before the subcommand's own
 // callback). Without an `export` subcommand, `export-inp P FILE` is registered instead.
-// Failures print "slabadapt: <message>" on standard error and end with CLI::RuntimeError(1).
+// Failures print "slabadapt: <message>" on standard error and end with CLI::RuntimeError of
+// 65 (a project, deck or results file that does not fit), 74 (a file not written) or 70.
 
 #include <CLI/CLI.hpp>
 

@@ -117,12 +117,12 @@ void ExportInp(const std::filesystem::path& project, const std::filesystem::path
     const ProjectMesh mesh = ReadProjectMesh(project);
     std::ofstream out(file);
     if (!out)
-        throw ImportError(file.string() + ": cannot write the CalculiX input file");
+        throw WriteError(file.string() + ": cannot write the CalculiX input file");
     out.imbue(std::locale::classic());
     WriteInp(mesh, family, out);
     out.flush();
     if (!out)
-        throw ImportError(file.string() + ": error while writing the CalculiX input file");
+        throw WriteError(file.string() + ": error while writing the CalculiX input file");
 }
 
 } // namespace slabadapt::ccx

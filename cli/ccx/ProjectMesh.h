@@ -24,6 +24,12 @@ public:
     using std::runtime_error::runtime_error;
 };
 
+/// A file that cannot be written (STRINTG files, the CalculiX part).
+class WriteError : public std::runtime_error {
+public:
+    using std::runtime_error::runtime_error;
+};
+
 struct MeshElement {
     std::vector<std::size_t> nodes; ///< zero-based project node indices, in the file's order
     std::size_t slab = 0;           ///< zero-based slab index

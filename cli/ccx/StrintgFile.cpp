@@ -58,7 +58,7 @@ void WriteStrintg(const std::filesystem::path& file, std::span<const StrintgElem
                   const std::string& title, const std::string& description) {
     std::FILE* out = std::fopen(file.string().c_str(), "w");
     if (!out)
-        throw ImportError(file.string() + ": cannot write the STRINTG file");
+        throw WriteError(file.string() + ": cannot write the STRINTG file");
     std::fprintf(out, "%s\n%s\n", OneLine(title).c_str(), OneLine(description).c_str());
     std::fprintf(out, "%-8s%-12s", "element", "point");
     for (const char* c : kColumns)
@@ -76,7 +76,7 @@ void WriteStrintg(const std::filesystem::path& file, std::span<const StrintgElem
     }
     const bool failed = std::ferror(out) != 0;
     if (std::fclose(out) != 0 || failed)
-        throw ImportError(file.string() + ": error while writing the STRINTG file");
+        throw WriteError(file.string() + ": error while writing the STRINTG file");
 }
 
 std::vector<StrintgElement> ReadStrintg(const std::filesystem::path& file) {

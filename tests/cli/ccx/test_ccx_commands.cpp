@@ -103,7 +103,7 @@ TEST(CcxCommands, InpIsAddedToAnExistingExportSubcommand) {
     EXPECT_NE(ccxtest::ReadText(file).find("*ELEMENT, TYPE=CPS4\n"), std::string::npos);
 }
 
-TEST(CcxCommands, FailuresEndWithExitCodeOneAndAMessage) {
+TEST(CcxCommands, FailuresEndWithAnExitCodeAndAMessage) {
     ccxtest::TempDir dir;
     WriteProject(dir);
     ccxtest::WriteText(dir / "empty.dat", "\n");
@@ -112,9 +112,17 @@ TEST(CcxCommands, FailuresEndWithExitCodeOneAndAMessage) {
     testing::internal::CaptureStderr();
     const int rc = ParseArgs(app, {"import-ccx", (dir / "p").string(), (dir / "empty.dat").string()});
     const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(rc, 1);
+    EXPECT_EQ(rc, 65);
     EXPECT_NE(err.find("slabadapt: "), std::string::npos) << err;
     EXPECT_NE(err.find("no *EL PRINT results"), std::string::npos) << err;
+
+    CLI::App app4("test");
+    RegisterCcxCommands(app4);
+    testing::internal::CaptureStderr();
+    const int wrc = ParseArgs(app4, {"export-inp", (dir / "p").string(),
+                                     (dir / "no" / "such" / "dir.inp").string()});
+    testing::internal::GetCapturedStderr();
+    EXPECT_EQ(wrc, 74);
 
     CLI::App app2("test");
     RegisterCcxCommands(app2);
