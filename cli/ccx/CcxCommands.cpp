@@ -74,8 +74,8 @@ void RunImport(const ImportArgs& a, const CLI::App& cmd) {
 
 void RunInp(const InpArgs& a) {
     ExportInp(a.project, a.file, kInpTypes.at(a.type));
-    std::cout << "wrote " << a.file << " (CalculiX "
-              << (a.type == "shell" ? "S3/S4" : "CPS3/CPS4") << " elements, project numbering)\n";
+    std::cout << "wrote " << a.file << " (CalculiX " << (a.type == "shell" ? "S3/S4" : "CPS3/CPS4")
+              << " elements, project numbering)\n";
 }
 
 } // namespace
@@ -111,17 +111,19 @@ void RegisterCcxCommands(CLI::App& app) {
     auto imp = std::make_shared<ImportArgs>();
     CLI::App* cmd = app.add_subcommand(
         "import-ccx", "Write P's STRINTG files from CalculiX *EL PRINT results (S, E, COORD)");
-    cmd->add_option("project", imp->project, "the project path P, without extension")
-        ->required();
-    cmd->add_option("dat", imp->dat, "the CalculiX results JOB.dat, with *EL PRINT of S, E and COORD")
+    cmd->add_option("project", imp->project, "the project path P, without extension")->required();
+    cmd->add_option("dat", imp->dat,
+                    "the CalculiX results JOB.dat, with *EL PRINT of S, E and COORD")
         ->required()
         ->check(CLI::ExistingFile);
     cmd->add_flag("--plane-stress", imp->planeStress,
                   "recompute the stresses from the printed strains with the "
                   "plane-stress law (default: the stresses as printed)");
-    cmd->add_option("--young", imp->young, "Young's modulus for --plane-stress (default: the "
-                                           "*ELASTIC of the deck JOB.inp)");
-    cmd->add_option("--poisson", imp->poisson, "Poisson's ratio for --plane-stress (default: the deck's)");
+    cmd->add_option("--young", imp->young,
+                    "Young's modulus for --plane-stress (default: the "
+                    "*ELASTIC of the deck JOB.inp)");
+    cmd->add_option("--poisson", imp->poisson,
+                    "Poisson's ratio for --plane-stress (default: the deck's)");
     cmd->add_option("--family", imp->family,
                     "auto: slabs where CalculiX printed a shell orientation, else "
                     "walls; plane: membrane values only; shell: all sixteen values")

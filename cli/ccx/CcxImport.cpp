@@ -17,7 +17,9 @@ constexpr std::size_t XX = 0, YY = 1, XY = 3, XZ = 4, YZ = 5;
 
 const double kSqrt3 = std::sqrt(3.0);
 
-std::string ElementText(std::size_t e) { return "element " + std::to_string(e + 1); }
+std::string ElementText(std::size_t e) {
+    return "element " + std::to_string(e + 1);
+}
 
 std::string Upper(std::string s) {
     std::transform(s.begin(), s.end(), s.begin(),
@@ -25,13 +27,19 @@ std::string Upper(std::string s) {
     return s;
 }
 
-bool IsShellOrientation(const std::string& name) { return Upper(name).rfind("_SHELL_", 0) == 0; }
+bool IsShellOrientation(const std::string& name) {
+    return Upper(name).rfind("_SHELL_", 0) == 0;
+}
 
 Tensor PlaneStressFromStrain(const Tensor& e, const IsotropicElastic& m) {
     const double c = m.young / (1.0 - m.poisson * m.poisson);
     const double g2 = m.young / (1.0 + m.poisson); // 2G: tensor strain -> shear stress
-    return {c * (e[XX] + m.poisson * e[YY]), c * (e[YY] + m.poisson * e[XX]), 0.0,
-            g2 * e[XY], g2 * e[XZ], g2 * e[YZ]};
+    return {c * (e[XX] + m.poisson * e[YY]),
+            c * (e[YY] + m.poisson * e[XX]),
+            0.0,
+            g2 * e[XY],
+            g2 * e[XZ],
+            g2 * e[YZ]};
 }
 
 /// The lower/upper pair of one in-plane point, in global axes.
@@ -88,8 +96,9 @@ IsotropicElastic ReadDeckElastic(const std::filesystem::path& inpFile) {
             expectData = key.rfind("*ELASTIC", 0) == 0;
             if (expectData && key.find("TYPE") != std::string::npos &&
                 key.find("ISO") == std::string::npos)
-                throw ImportError(inpFile.string() + ":" + std::to_string(lineNo) +
-                                  ": only isotropic *ELASTIC can be used to recompute plane stress");
+                throw ImportError(
+                    inpFile.string() + ":" + std::to_string(lineNo) +
+                    ": only isotropic *ELASTIC can be used to recompute plane stress");
             continue;
         }
         if (expectData) {
@@ -137,13 +146,12 @@ std::vector<StrintgElement> ConvertIncrement(const ProjectMesh& mesh, const DatI
         const std::size_t printed = corners == 3 ? 2 : 8;
         const std::size_t perFace = printed / 2;
         if (d.stress.size() != printed || d.strain.size() != printed || d.coords.size() != printed)
-            throw ImportError(ElementText(e) + ": expected " + std::to_string(printed) +
-                              " integration points of S, E and COORD for a " +
-                              std::to_string(corners) + "-node element, found " +
-                              std::to_string(d.stress.size()) + ", " +
-                              std::to_string(d.strain.size()) + " and " +
-                              std::to_string(d.coords.size()) +
-                              " (CPS3/S3 and CPS4/S4 with full integration are supported)");
+            throw ImportError(
+                ElementText(e) + ": expected " + std::to_string(printed) +
+                " integration points of S, E and COORD for a " + std::to_string(corners) +
+                "-node element, found " + std::to_string(d.stress.size()) + ", " +
+                std::to_string(d.strain.size()) + " and " + std::to_string(d.coords.size()) +
+                " (CPS3/S3 and CPS4/S4 with full integration are supported)");
 
         const double t = mesh.Thickness(e);
         const double h = std::sqrt(mesh.ElementArea(e));
@@ -197,7 +205,8 @@ std::vector<StrintgElement> ConvertIncrement(const ProjectMesh& mesh, const DatI
         StrintgElement& points = out[e];
         if (corners == 3) {
             if (std::sqrt(Distance2(pairs[0].xy, centroid[0], centroid[1])) > tol)
-                throw ImportError(ElementText(e) + ": the printed integration points are not at "
+                throw ImportError(ElementText(e) +
+                                  ": the printed integration points are not at "
                                   "the element's centroid: the deck's numbering differs from the "
                                   "project's (write it with `slabadapt export --inp`)");
             const StrintgPoint values = PairValues(pairs[0], t, shell);
@@ -233,7 +242,8 @@ std::vector<StrintgElement> ConvertIncrement(const ProjectMesh& mesh, const DatI
                     }
                 }
                 if (std::sqrt(bestD) > tol || used[best])
-                    throw ImportError(ElementText(e) + ": the printed integration points do not "
+                    throw ImportError(ElementText(e) +
+                                      ": the printed integration points do not "
                                       "lie at the element's Gauss points: the deck's numbering "
                                       "differs from the project's (write it with `slabadapt "
                                       "export --inp`)");
@@ -277,12 +287,11 @@ std::vector<WrittenCase> ImportCcx(const std::filesystem::path& project,
     sta.replace_extension(".sta");
     const auto steps = SelectSteps(increments, ReadSta(sta));
     if (steps.empty())
-        throw ImportError(datFile.string() +
-                          ": no *EL PRINT results of S, E and COORD found");
+        throw ImportError(datFile.string() + ": no *EL PRINT results of S, E and COORD found");
     if (steps.size() > mesh.loadCases.size())
-        throw ImportError(datFile.string() + ": " + std::to_string(steps.size()) +
-                          " steps but " + std::to_string(mesh.loadCases.size()) +
-                          " load cases in " + ProjectFile(project, ".toml").string() +
+        throw ImportError(datFile.string() + ": " + std::to_string(steps.size()) + " steps but " +
+                          std::to_string(mesh.loadCases.size()) + " load cases in " +
+                          ProjectFile(project, ".toml").string() +
                           "; step k goes to the k-th load case in ascending index");
 
     std::vector<WrittenCase> written;
@@ -292,7 +301,8 @@ std::vector<WrittenCase> ImportCcx(const std::filesystem::path& project,
         try {
             table = ConvertIncrement(mesh, inc, options.family, material);
         } catch (const ImportError& e) {
-            throw ImportError(datFile.string() + ", step " + std::to_string(k + 1) + ": " + e.what());
+            throw ImportError(datFile.string() + ", step " + std::to_string(k + 1) + ": " +
+                              e.what());
         }
         WrittenCase wc;
         wc.step = static_cast<int>(k + 1);

@@ -72,8 +72,7 @@ std::vector<DatIncrement> ReadDat(const std::filesystem::path& file) {
         Block next = Block::None;
         if (ParseHeader(line, next, time)) {
             block = next;
-            if (block != Block::Other &&
-                (increments.empty() || increments.back().time != time)) {
+            if (block != Block::Other && (increments.empty() || increments.back().time != time)) {
                 increments.emplace_back();
                 increments.back().time = time;
             }
@@ -148,7 +147,8 @@ std::vector<const DatIncrement*> SelectSteps(const std::vector<DatIncrement>& in
         // Times are printed to 7 significant digits in the .dat and 6 in the .sta.
         const DatIncrement* match = nullptr;
         for (const auto& inc : increments)
-            if (std::abs(inc.time - step.totalTime) <= 1e-5 * std::max(1.0, std::abs(step.totalTime)))
+            if (std::abs(inc.time - step.totalTime) <=
+                1e-5 * std::max(1.0, std::abs(step.totalTime)))
                 match = &inc;
         if (!match)
             throw ImportError("step " + std::to_string(step.step) + " (total time " +

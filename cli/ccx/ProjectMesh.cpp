@@ -82,28 +82,50 @@ struct RawMesh {
 
 int ElementDimension(int type) {
     switch (type) {
-    case 15: return 0;        // point
-    case 1: case 8: return 1; // lines
-    case 2: case 3: case 9: case 10: case 16: return 2;
-    default: return 3;
+    case 15:
+        return 0; // point
+    case 1:
+    case 8:
+        return 1; // lines
+    case 2:
+    case 3:
+    case 9:
+    case 10:
+    case 16:
+        return 2;
+    default:
+        return 3;
     }
 }
 
 int ElementNodeCount(MshReader& r, int type) {
     switch (type) {
-    case 15: return 1;
-    case 1: return 2;
-    case 2: return 3;
-    case 3: return 4;
-    case 8: return 3;
-    case 9: return 6;
-    case 10: return 9;
-    case 16: return 8;
-    case 4: return 4;
-    case 5: return 8;
-    case 6: return 6;
-    case 7: return 5;
-    default: r.Fail("unsupported Gmsh element type " + std::to_string(type));
+    case 15:
+        return 1;
+    case 1:
+        return 2;
+    case 2:
+        return 3;
+    case 3:
+        return 4;
+    case 8:
+        return 3;
+    case 9:
+        return 6;
+    case 10:
+        return 9;
+    case 16:
+        return 8;
+    case 4:
+        return 4;
+    case 5:
+        return 8;
+    case 6:
+        return 6;
+    case 7:
+        return 5;
+    default:
+        r.Fail("unsupported Gmsh element type " + std::to_string(type));
     }
 }
 
@@ -117,9 +139,9 @@ void ReadPhysicalNames(MshReader& r, RawMesh& mesh) {
         const int tag = r.Read<int>(s, "the tag of a physical name");
         const auto open = line.find('"');
         const auto close = line.rfind('"');
-        mesh.physicalNames[{dim, tag}] =
-            (open != std::string::npos && close > open) ? line.substr(open + 1, close - open - 1)
-                                                        : std::string();
+        mesh.physicalNames[{dim, tag}] = (open != std::string::npos && close > open)
+                                             ? line.substr(open + 1, close - open - 1)
+                                             : std::string();
     }
     r.SkipTo("$EndPhysicalNames");
 }

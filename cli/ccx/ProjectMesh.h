@@ -38,7 +38,7 @@ struct MeshElement {
 
 struct Slab {
     int physicalTag = 0;
-    std::string name;      ///< from P.toml, else the physical name, else empty
+    std::string name; ///< from P.toml, else the physical name, else empty
     double thickness = 0.0;
     std::size_t firstElement = 0; ///< zero-based index of its first element
     std::size_t elementCount = 0;
@@ -55,7 +55,7 @@ struct LoadCase {
 struct NodeGroup {
     int dimension = 0;
     int physicalTag = 0;
-    std::string name; ///< the physical name, empty when the group has none
+    std::string name;               ///< the physical name, empty when the group has none
     std::vector<std::size_t> nodes; ///< zero-based, ascending, unique
 };
 

@@ -13,9 +13,9 @@ namespace slabadapt::ccx {
 
 namespace {
 
-constexpr std::array<const char*, 19> kColumns = {
-    "igx", "igy", "igz", "mx", "my", "mxy", "qx", "qy", "nx", "ny",
-    "nxy", "kx",  "ky",  "kxy", "gxz", "gyz", "ex", "ey", "gxy"};
+constexpr std::array<const char*, 19> kColumns = {"igx", "igy", "igz", "mx",  "my", "mxy", "qx",
+                                                  "qy",  "nx",  "ny",  "nxy", "kx", "ky",  "kxy",
+                                                  "gxz", "gyz", "ex",  "ey",  "gxy"};
 
 constexpr std::size_t kHeaderPrefix = 20; // names start at this character of line 3
 constexpr std::size_t kRecordPrefix = 16; // values start here: element (8) + point (8)
@@ -96,8 +96,9 @@ std::vector<StrintgElement> ReadStrintg(const std::filesystem::path& file) {
                 std::string name = line.substr(pos, kField);
                 name.erase(0, name.find_first_not_of(' '));
                 name.erase(name.find_last_not_of(' ') + 1);
-                std::transform(name.begin(), name.end(), name.begin(),
-                               [](unsigned char ch) { return static_cast<char>(std::tolower(ch)); });
+                std::transform(name.begin(), name.end(), name.begin(), [](unsigned char ch) {
+                    return static_cast<char>(std::tolower(ch));
+                });
                 const auto it = std::find_if(kColumns.begin(), kColumns.end(),
                                              [&](const char* c) { return name == c; });
                 columnOf.push_back(it == kColumns.end() ? -1

@@ -52,8 +52,8 @@ inline std::string ReadText(const std::filesystem::path& file) {
 /// Runs `ccx -i job` in `dir`; fails the test (with CalculiX's output) when it does not end
 /// with a results file.
 inline void RunCcx(const std::filesystem::path& dir, const std::string& job) {
-    const std::string cmd = "cd '" + dir.string() + "' && ccx -i " + job + " > " + job +
-                            ".log 2>&1";
+    const std::string cmd =
+        "cd '" + dir.string() + "' && ccx -i " + job + " > " + job + ".log 2>&1";
     const int rc = std::system(cmd.c_str());
     const std::string log = ReadText(dir / (job + ".log"));
     ASSERT_EQ(rc, 0) << "ccx failed:\n" << log;

@@ -97,7 +97,7 @@ TEST(CcxCommands, InpIsAddedToAnExistingExportSubcommand) {
     EXPECT_THROW(app.get_subcommand("export-inp"), CLI::OptionNotFound);
     const std::string file = (dir / "walls.inp").string();
     ASSERT_EQ(ParseArgs(app, {"export", (dir / "p").string(), "--inp", file, "--inp-type",
-                        "plane-stress"}),
+                              "plane-stress"}),
               0);
     EXPECT_TRUE(exportCallbackRan);
     EXPECT_NE(ccxtest::ReadText(file).find("*ELEMENT, TYPE=CPS4\n"), std::string::npos);
@@ -110,7 +110,8 @@ TEST(CcxCommands, FailuresEndWithAnExitCodeAndAMessage) {
     CLI::App app("test");
     RegisterCcxCommands(app);
     testing::internal::CaptureStderr();
-    const int rc = ParseArgs(app, {"import-ccx", (dir / "p").string(), (dir / "empty.dat").string()});
+    const int rc =
+        ParseArgs(app, {"import-ccx", (dir / "p").string(), (dir / "empty.dat").string()});
     const std::string err = testing::internal::GetCapturedStderr();
     EXPECT_EQ(rc, 65);
     EXPECT_NE(err.find("slabadapt: "), std::string::npos) << err;
@@ -119,17 +120,23 @@ TEST(CcxCommands, FailuresEndWithAnExitCodeAndAMessage) {
     CLI::App app4("test");
     RegisterCcxCommands(app4);
     testing::internal::CaptureStderr();
-    const int wrc = ParseArgs(app4, {"export-inp", (dir / "p").string(),
-                                     (dir / "no" / "such" / "dir.inp").string()});
+    const int wrc = ParseArgs(
+        app4, {"export-inp", (dir / "p").string(), (dir / "no" / "such" / "dir.inp").string()});
     testing::internal::GetCapturedStderr();
     EXPECT_EQ(wrc, 74);
 
+    // Usage errors are CLI11's: a missing results file, an unknown family.
     CLI::App app2("test");
     RegisterCcxCommands(app2);
-    EXPECT_NE(ParseArgs(app2, {"import-ccx", (dir / "p").string(), (dir / "missing.dat").string()}), 0);
+    testing::internal::CaptureStderr();
+    EXPECT_NE(ParseArgs(app2, {"import-ccx", (dir / "p").string(), (dir / "missing.dat").string()}),
+              0);
     CLI::App app3("test");
     RegisterCcxCommands(app3);
     EXPECT_NE(ParseArgs(app3, {"import-ccx", (dir / "p").string(), (dir / "empty.dat").string(),
-                         "--family", "walls"}),
+                               "--family", "walls"}),
               0);
+    const std::string usage = testing::internal::GetCapturedStderr();
+    EXPECT_NE(usage.find("missing.dat"), std::string::npos) << usage;
+    EXPECT_NE(usage.find("walls"), std::string::npos) << usage;
 }

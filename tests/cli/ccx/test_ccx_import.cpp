@@ -59,8 +59,8 @@ void WriteProject(const TempDir& dir, const std::string& name,
 std::string Deck(const std::string& part, const std::string& section, double young, double nu,
                  const std::string& boundary, const std::vector<std::string>& stepLoads) {
     std::ostringstream d;
-    d << "*INCLUDE, INPUT=" << part << "\n*MATERIAL, NAME=M\n*ELASTIC\n" << young << ", " << nu
-      << '\n'
+    d << "*INCLUDE, INPUT=" << part << "\n*MATERIAL, NAME=M\n*ELASTIC\n"
+      << young << ", " << nu << '\n'
       << section << "\n*BOUNDARY\n"
       << boundary;
     for (const auto& loads : stepLoads)
@@ -169,9 +169,9 @@ TEST(CcxImport, QuadrilateralPointOrderIsCcx1243) {
     const double t = 0.1;
     WriteStrip(dir, "c", 4, 4.0, t, false);
     ExportInp(dir / "c", dir / "c_mesh.inp", InpFamily::PlaneStress);
-    ccxtest::WriteText(dir / "c.inp", Deck("c_mesh.inp", "*SOLID SECTION, ELSET=EALL, MATERIAL=M\n0.1",
-                                           1000.0, 0.0, "CLAMP, 1, 2\n",
-                                           {"*CLOAD\nTIP, 2, -0.0005\n"}));
+    ccxtest::WriteText(dir / "c.inp",
+                       Deck("c_mesh.inp", "*SOLID SECTION, ELSET=EALL, MATERIAL=M\n0.1", 1000.0,
+                            0.0, "CLAMP, 1, 2\n", {"*CLOAD\nTIP, 2, -0.0005\n"}));
     ccxtest::RunCcx(dir.path(), "c");
     ImportCcx(dir / "c", dir / "c.dat", {});
     const auto table = ReadStrintg(dir / "c.STRINTG0001");
@@ -182,8 +182,8 @@ TEST(CcxImport, QuadrilateralPointOrderIsCcx1243) {
     for (std::size_t e = 0; e < 4; ++e) {
         const DatElement& d = raw[0].elements.at(static_cast<long>(e + 1));
         const double x0 = static_cast<double>(e);
-        const auto corners = std::array<std::array<double, 2>, 4>{
-            {{x0, 0}, {x0 + 1, 0}, {x0 + 1, 1}, {x0, 1}}};
+        const auto corners =
+            std::array<std::array<double, 2>, 4>{{{x0, 0}, {x0 + 1, 0}, {x0 + 1, 1}, {x0, 1}}};
         for (int p = 0; p < 4; ++p) {
             const auto& lo = d.stress[ccx[p]];
             const auto& up = d.stress[ccx[p] + 4];
@@ -215,9 +215,9 @@ TEST(CcxImport, ShellCantileverMomentShearAndCurvature) {
     const double E = 1000.0, t = 0.1, L = 4.0, P = 0.001;
     WriteStrip(dir, "s", 4, L, t, false);
     ExportInp(dir / "s", dir / "s_mesh.inp", InpFamily::Shell);
-    ccxtest::WriteText(dir / "s.inp", Deck("s_mesh.inp", "*SHELL SECTION, ELSET=EALL, MATERIAL=M\n0.1",
-                                           E, 0.0, "CLAMP, 1, 6\n",
-                                           {"*CLOAD\nTIP, 3, " + std::to_string(-P / 2) + "\n"}));
+    ccxtest::WriteText(dir / "s.inp",
+                       Deck("s_mesh.inp", "*SHELL SECTION, ELSET=EALL, MATERIAL=M\n0.1", E, 0.0,
+                            "CLAMP, 1, 6\n", {"*CLOAD\nTIP, 3, " + std::to_string(-P / 2) + "\n"}));
     ccxtest::RunCcx(dir.path(), "s");
     ImportCcx(dir / "s", dir / "s.dat", {});
     const auto table = ReadStrintg(dir / "s.STRINTG0001");
@@ -291,9 +291,9 @@ TEST(CcxImport, ClockwiseProjectElementsKeepTheirCornerOrder) {
     ExportInp(dir / "k", dir / "k_mesh.inp", InpFamily::PlaneStress);
     const std::string part = ccxtest::ReadText(dir / "k_mesh.inp");
     EXPECT_NE(part.find("\n2, 3, 6, 5, 2\n"), std::string::npos) << part;
-    ccxtest::WriteText(dir / "k.inp", Deck("k_mesh.inp", "*SOLID SECTION, ELSET=EALL, MATERIAL=M\n0.1",
-                                           1000.0, 0.0, "CLAMP, 1, 2\n",
-                                           {"*CLOAD\nTIP, 2, -0.0005\n"}));
+    ccxtest::WriteText(dir / "k.inp",
+                       Deck("k_mesh.inp", "*SOLID SECTION, ELSET=EALL, MATERIAL=M\n0.1", 1000.0,
+                            0.0, "CLAMP, 1, 2\n", {"*CLOAD\nTIP, 2, -0.0005\n"}));
     ccxtest::RunCcx(dir.path(), "k");
     ImportCcx(dir / "k", dir / "k.dat", {});
     const auto table = ReadStrintg(dir / "k.STRINTG0001");
@@ -430,7 +430,8 @@ TEST(CcxImport, MismatchesAreClearErrors) {
     ccxtest::WriteText(dir / "swapped_mesh.inp", part);
     const std::string section = "*SHELL SECTION, ELSET=EALL, MATERIAL=M\n0.1";
     const std::vector<std::string> load = {"*CLOAD\nTIP, 3, -0.0005\n"};
-    ccxtest::WriteText(dir / "swapped.inp", Deck("swapped_mesh.inp", section, 1000, 0.3, "CLAMP, 1, 6\n", load));
+    ccxtest::WriteText(dir / "swapped.inp",
+                       Deck("swapped_mesh.inp", section, 1000, 0.3, "CLAMP, 1, 6\n", load));
     ccxtest::RunCcx(dir.path(), "swapped");
     auto expectError = [&](const std::filesystem::path& dat, const std::string& what) {
         try {
@@ -459,8 +460,8 @@ TEST(CcxImport, MismatchesAreClearErrors) {
     ccxtest::WriteText(dir / "nocoord.inp", nocoord);
     ccxtest::RunCcx(dir.path(), "nocoord");
     expectError(dir / "nocoord.dat", "8 integration points of S, E and COORD");
-    std::string partial = Deck("x_mesh.inp", section + "\n*ELSET, ELSET=ONE\n1", 1000, 0.3,
-                               "CLAMP, 1, 6\n", load);
+    std::string partial =
+        Deck("x_mesh.inp", section + "\n*ELSET, ELSET=ONE\n1", 1000, 0.3, "CLAMP, 1, 6\n", load);
     partial.replace(partial.find("*EL PRINT, ELSET=EALL"), 21, "*EL PRINT, ELSET=ONE");
     ccxtest::WriteText(dir / "partial.inp", partial);
     ccxtest::RunCcx(dir.path(), "partial");

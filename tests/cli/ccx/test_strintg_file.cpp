@@ -40,8 +40,9 @@ TEST(StrintgFile, NameHasFourDigitsAndWiderIndicesInFull) {
 
 TEST(StrintgFile, HeaderFieldsStartAtTwentyAndValuesAtSixteen) {
     ccxtest::TempDir dir;
-    const std::vector<StrintgElement> table = {{Sample(1.0), Sample(2.0), Sample(3.0)},
-                                               {Sample(4.0), Sample(5.0), Sample(6.0), Sample(7.0)}};
+    const std::vector<StrintgElement> table = {
+        {Sample(1.0), Sample(2.0), Sample(3.0)},
+        {Sample(4.0), Sample(5.0), Sample(6.0), Sample(7.0)}};
     const auto file = dir / "p.STRINTG0001";
     WriteStrintg(file, table, "title\nwith a line end", "description");
     const auto lines = Lines(ccxtest::ReadText(file));
@@ -50,7 +51,7 @@ TEST(StrintgFile, HeaderFieldsStartAtTwentyAndValuesAtSixteen) {
     EXPECT_EQ(lines[1], "description");
 
     // Line 3: names in 15-character fields from character 20, in the reader's bit order.
-    const char* names[] = {"igx", "igy", "igz", "mx", "my", "mxy", "qx", "qy", "nx", "ny",
+    const char* names[] = {"igx", "igy", "igz", "mx",  "my",  "mxy", "qx", "qy", "nx", "ny",
                            "nxy", "kx",  "ky",  "kxy", "gxz", "gyz", "ex", "ey", "gxy"};
     ASSERT_EQ(lines[2].size(), 20u + 15u * 19u);
     for (std::size_t k = 0; k < 19; ++k) {
@@ -85,7 +86,8 @@ TEST(StrintgFile, ReadBackGivesTheValuesToSevenDigits) {
             EXPECT_TRUE(Close(back[0][p].xyz[c], table[0][p].xyz[c], 1e-300, 1e-7));
         for (std::size_t i = 0; i < 8; ++i) {
             EXPECT_TRUE(Close(back[0][p].forces[i], table[0][p].forces[i], 1e-300, 1e-7));
-            EXPECT_TRUE(Close(back[0][p].deformations[i], table[0][p].deformations[i], 1e-300, 1e-7));
+            EXPECT_TRUE(
+                Close(back[0][p].deformations[i], table[0][p].deformations[i], 1e-300, 1e-7));
         }
     }
 }

@@ -24,17 +24,18 @@ TEST(StrintgModuleReader, ImportedFileReadsBackThroughTheModule) {
                        "Recombine Surface{2};\n"
                        "Physical Surface(1) = {1}; Physical Surface(2) = {2};\n"
                        "Physical Curve(\"edge\", 3) = {1,4,5,6,3,7};\n");
-    const std::string cmd = "cd '" + dir.path().string() +
-                            "' && gmsh p.geo -2 -format msh41 -o p.msh > gmsh.log 2>&1";
+    const std::string cmd =
+        "cd '" + dir.path().string() + "' && gmsh p.geo -2 -format msh41 -o p.msh > gmsh.log 2>&1";
     ASSERT_EQ(std::system(cmd.c_str()), 0) << ccxtest::ReadText(dir / "gmsh.log");
     ccxtest::WriteText(dir / "p.toml", "[[slab]]\ntag = 1\nthickness = 0.05\n"
                                        "[[slab]]\ntag = 2\nthickness = 0.05\n"
                                        "[[load_case]]\nid = 11\nindex = 1\n");
     ExportInp(dir / "p", dir / "p_mesh.inp", InpFamily::Shell);
-    ccxtest::WriteText(dir / "p.inp", "*INCLUDE, INPUT=p_mesh.inp\n*MATERIAL, NAME=M\n*ELASTIC\n"
-                                      "1000, 0.3\n*SHELL SECTION, ELSET=EALL, MATERIAL=M\n0.05\n"
-                                      "*BOUNDARY\nEDGE, 1, 3\n*STEP\n*STATIC\n*DLOAD\nEALL, P, 0.01\n"
-                                      "*EL PRINT, ELSET=EALL\nS, E, COORD\n*END STEP\n");
+    ccxtest::WriteText(dir / "p.inp",
+                       "*INCLUDE, INPUT=p_mesh.inp\n*MATERIAL, NAME=M\n*ELASTIC\n"
+                       "1000, 0.3\n*SHELL SECTION, ELSET=EALL, MATERIAL=M\n0.05\n"
+                       "*BOUNDARY\nEDGE, 1, 3\n*STEP\n*STATIC\n*DLOAD\nEALL, P, 0.01\n"
+                       "*EL PRINT, ELSET=EALL\nS, E, COORD\n*END STEP\n");
     ccxtest::RunCcx(dir.path(), "p");
     ImportCcx(dir / "p", dir / "p.dat", {});
     const ProjectMesh mesh = ReadProject(dir / "p");
@@ -52,8 +53,10 @@ TEST(StrintgModuleReader, ImportedFileReadsBackThroughTheModule) {
         EXPECT_EQ(static_cast<int>(data.GetElementType(e)), quad ? 1 : 0);
         for (unsigned long p = 0; p < (quad ? 4ul : 3ul); ++p) {
             double f[8], d[8];
-            data.GetIntegrationPointResults(e, p, static_cast<Outcome64Enums::eIntegrationPointDataType>(0), f);
-            data.GetIntegrationPointResults(e, p, static_cast<Outcome64Enums::eIntegrationPointDataType>(1), d);
+            data.GetIntegrationPointResults(
+                e, p, static_cast<Outcome64Enums::eIntegrationPointDataType>(0), f);
+            data.GetIntegrationPointResults(
+                e, p, static_cast<Outcome64Enums::eIntegrationPointDataType>(1), d);
             for (int k = 0; k < 8; ++k) {
                 EXPECT_EQ(f[k], mine[e][p].forces[static_cast<std::size_t>(k)]);
                 EXPECT_EQ(d[k], mine[e][p].deformations[static_cast<std::size_t>(k)]);
@@ -86,6 +89,7 @@ TEST(StrintgModuleReader, ImportedFileReadsBackThroughTheModule) {
     EXPECT_TRUE(sawQuad);
     // Pressure bends the plate: sagging moments at its middle.
     double f[8];
-    data.GetIntegrationPointResults(0, 0, static_cast<Outcome64Enums::eIntegrationPointDataType>(0), f);
+    data.GetIntegrationPointResults(0, 0, static_cast<Outcome64Enums::eIntegrationPointDataType>(0),
+                                    f);
     EXPECT_NE(f[0], 0.0);
 }
