@@ -150,8 +150,6 @@ void PrintRunJson(const RunReport& r, std::ostream& out) {
     out << "], \"seconds\": " << JsonNumber(r.seconds) << "}\n";
 }
 
-void PrintFindingsTo(const CheckReport& report, std::ostream& err) { PrintFindings(report, err); }
-
 } // namespace
 
 const char* ResultCodeName(int code) {
@@ -179,7 +177,7 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
 
     if (!options.noCheck) {
         report.check = CheckProject(project, options.loadCases);
-        PrintFindingsTo(*report.check, err);
+        PrintFindings(*report.check, err);
         if (!report.check->Passed()) {
             err << "slabadapt: the project check found " << report.check->Errors()
                 << (report.check->Errors() == 1 ? " error" : " errors")
