@@ -8,9 +8,13 @@
 
 CAdaptExecute::CAdaptExecute() : m_dAdaptivityResult(0.0) {}
 
-double CAdaptExecute::GetAdaptivityResult() const { return m_dAdaptivityResult; }
+double CAdaptExecute::GetAdaptivityResult() const {
+    return m_dAdaptivityResult;
+}
 
-long CAdaptExecute::GetProblematicLoadCaseID() const { return -1; }
+long CAdaptExecute::GetProblematicLoadCaseID() const {
+    return -1;
+}
 
 eFunctionReturnType CAdaptExecute::Execute(const CString& projectPath, unsigned char sourceFlag,
                                            int solverType, double targetError,
@@ -19,12 +23,12 @@ eFunctionReturnType CAdaptExecute::Execute(const CString& projectPath, unsigned 
     return ExecuteOn(api, projectPath, sourceFlag, solverType, targetError, loadCaseIDs);
 }
 
-eFunctionReturnType CAdaptExecute::ExecuteOn(IAdaptivityResultsAPI& api,
-                                             const CString& projectPath,
+eFunctionReturnType CAdaptExecute::ExecuteOn(IAdaptivityResultsAPI& api, const CString& projectPath,
                                              unsigned char sourceFlag, int solverType,
                                              double targetError,
                                              const std::vector<long>& loadCaseIDs) {
-    if (api.Init(projectPath, sourceFlag, static_cast<Outcome64Enums::eSolverType>(solverType)) != 0)
+    if (api.Init(projectPath, sourceFlag, static_cast<Outcome64Enums::eSolverType>(solverType)) !=
+        0)
         return ResultsAccessInitFailed;
 
     api.DeleteResultFiles();

@@ -27,7 +27,9 @@ std::int32_t EngineCount(unsigned long hostCount) {
 }
 
 // Host numbering (one-based) of an element or node, for messages a user can look up.
-std::string HostNumber(unsigned long index) { return std::to_string(index + 1); }
+std::string HostNumber(unsigned long index) {
+    return std::to_string(index + 1);
+}
 
 } // namespace
 
@@ -74,7 +76,9 @@ void CAdaptivityImpl::Run() {
     m_dGlobalError = estimate(m_dTargetError);
 }
 
-double CAdaptivityImpl::GetGlobalError() const { return m_dGlobalError; }
+double CAdaptivityImpl::GetGlobalError() const {
+    return m_dGlobalError;
+}
 
 void CAdaptivityImpl::initialize() {
     IAdaptivityResultsAPI& api = *m_pResultsAPI;
@@ -131,16 +135,15 @@ void CAdaptivityImpl::initialize() {
         api.GetNodesOnElement(e, hostNodes);
         if (hostNodes.size() < toUnsigned(nodesOfElement))
             throw std::out_of_range("element " + HostNumber(e) + " has " +
-                                          std::to_string(nodesOfElement) +
-                                          " nodes, but the host lists " +
-                                          std::to_string(hostNodes.size()));
+                                    std::to_string(nodesOfElement) + " nodes, but the host lists " +
+                                    std::to_string(hostNodes.size()));
         element.n_nodes = nodesOfElement;
         element.nodes = new std::int32_t[toUnsigned(nodesOfElement)];
         for (std::uint32_t i = 0; i < toUnsigned(nodesOfElement); ++i) {
             if (hostNodes[i] >= m_nodeToElements.size())
                 throw std::out_of_range("element " + HostNumber(e) + " refers to node " +
-                                              HostNumber(hostNodes[i]) + ", but the mesh has " +
-                                              std::to_string(nodeCount) + " nodes");
+                                        HostNumber(hostNodes[i]) + ", but the mesh has " +
+                                        std::to_string(nodeCount) + " nodes");
             element.nodes[i] = static_cast<std::int32_t>(hostNodes[i]);
             m_nodeToElements[hostNodes[i]].push_back(static_cast<long>(e));
         }
@@ -157,9 +160,9 @@ void CAdaptivityImpl::initialize() {
     for (std::size_t n = 0; n < m_nodeToElements.size(); ++n) {
         if (m_nodeToElements[n].size() > static_cast<std::size_t>(meerspace::kMaxSuperelems))
             throw std::length_error("node " + HostNumber(n) + " belongs to " +
-                                          std::to_string(m_nodeToElements[n].size()) +
-                                          " elements; the estimator takes at most " +
-                                          std::to_string(meerspace::kMaxSuperelems));
+                                    std::to_string(m_nodeToElements[n].size()) +
+                                    " elements; the estimator takes at most " +
+                                    std::to_string(meerspace::kMaxSuperelems));
     }
 
     for (std::uint32_t r = 0; r < toUnsigned(slabCount); ++r) {
@@ -203,10 +206,9 @@ void CAdaptivityImpl::give_superelems_to_node(std::int32_t node, std::int32_t& c
     const std::vector<long>& list = m_nodeToElements.at(toUnsigned(node));
     // The engine's buffer holds kMaxSuperelems entries (initialize refuses busier nodes).
     if (list.size() > static_cast<std::size_t>(meerspace::kMaxSuperelems))
-        throw std::length_error("node " + HostNumber(toUnsigned(node)) + " belongs to " +
-                                std::to_string(list.size()) +
-                                " elements; the estimator takes at most " +
-                                std::to_string(meerspace::kMaxSuperelems));
+        throw std::length_error(
+            "node " + HostNumber(toUnsigned(node)) + " belongs to " + std::to_string(list.size()) +
+            " elements; the estimator takes at most " + std::to_string(meerspace::kMaxSuperelems));
     count = static_cast<std::int32_t>(list.size());
     for (std::size_t i = 0; i < list.size(); ++i)
         elems[i] = static_cast<std::int32_t>(list[i]);
@@ -215,7 +217,8 @@ void CAdaptivityImpl::give_superelems_to_node(std::int32_t node, std::int32_t& c
 meerspace::MEER_ElemDisplInterpol CAdaptivityImpl::give_element_EDI(std::int32_t elem) {
     // Host type 1 is a quadrilateral whose first node lies at (-1, -1); anything else is
     // treated as a linear triangle.
-    const int type = static_cast<int>(m_pResultsAPI->GetElementType(static_cast<unsigned long>(elem)));
+    const int type =
+        static_cast<int>(m_pResultsAPI->GetElementType(static_cast<unsigned long>(elem)));
     return type == 1 ? meerspace::MEER_EDI_QUAD_BILINEAR_2 : meerspace::MEER_EDI_TRIANGLE_LINEAR;
 }
 
@@ -261,8 +264,7 @@ void CAdaptivityImpl::give_IPs1_coords_global(std::int32_t elem, int ip, double*
     xyz[2] = p.Z();
 }
 
-double CAdaptivityImpl::give_IPs2_coords_natural(std::int32_t elem, int ip,
-                                                 double* coords) const {
+double CAdaptivityImpl::give_IPs2_coords_natural(std::int32_t elem, int ip, double* coords) const {
     const std::uint32_t point = toUnsigned(ip);
     if (coords == nullptr)
         AfxThrowInvalidArgException();
@@ -308,7 +310,8 @@ void CAdaptivityImpl::give_IPs2_values(std::int32_t elem, int ip, meerspace::MEE
 bool CAdaptivityImpl::is_element_valid(std::int32_t elem) const {
     static const double cosLimit = std::cos(1.0 * 3.141592653589793 / 180.0);
 
-    const int type = static_cast<int>(m_pResultsAPI->GetElementType(static_cast<unsigned long>(elem)));
+    const int type =
+        static_cast<int>(m_pResultsAPI->GetElementType(static_cast<unsigned long>(elem)));
     const int corners = type == 0 ? 3 : type == 1 ? 4 : 0;
     if (corners == 0)
         return true;
@@ -351,8 +354,8 @@ std::vector<double> CAdaptivityImpl::CopyElementVector(const meerspace::Dvctr& v
     std::vector<double> result(toUnsigned(n_elems), 0.0);
     // Before a run the engine's vectors are empty; reading them would overrun.
     if (values.size() < n_elems)
-        throw std::logic_error("the estimator holds no results for the " +
-                               std::to_string(n_elems) + " elements (has it run?)");
+        throw std::logic_error("the estimator holds no results for the " + std::to_string(n_elems) +
+                               " elements (has it run?)");
     for (std::size_t i = 0; i < result.size(); ++i)
         result[i] = values[static_cast<std::ptrdiff_t>(i)];
     return result;

@@ -131,8 +131,7 @@ void PrintRunJson(const RunReport& r, std::ostream& out) {
     const bool haveError = r.code == Success || r.code == WriteMeshRefinementFailed;
     out << ", \"global_error\": " << (haveError ? JsonNumber(r.globalError) : "null")
         << ", \"global_error_percent\": "
-        << (haveError ? JsonNumber(100.0 * r.globalError) : "null")
-        << ", \"within_target\": "
+        << (haveError ? JsonNumber(100.0 * r.globalError) : "null") << ", \"within_target\": "
         << (haveError ? (r.globalError <= o.target ? "true" : "false") : "null")
         << ", \"slabs\": [";
     for (std::size_t i = 0; i < r.slabs.size(); ++i) {
@@ -154,14 +153,22 @@ void PrintRunJson(const RunReport& r, std::ostream& out) {
 
 const char* ResultCodeName(int code) {
     switch (code) {
-    case Success: return "Success";
-    case ResultsAccessInitFailed: return "ResultsAccessInitFailed";
-    case MeshDataPreparationFailed: return "MeshDataPreparationFailed";
-    case EstimatorInitFailed: return "EstimatorInitFailed";
-    case EstimatorRunFailed: return "EstimatorRunFailed";
-    case StoreResultsFailed: return "StoreResultsFailed";
-    case WriteMeshRefinementFailed: return "WriteMeshRefinementFailed";
-    default: return "unknown result code";
+    case Success:
+        return "Success";
+    case ResultsAccessInitFailed:
+        return "ResultsAccessInitFailed";
+    case MeshDataPreparationFailed:
+        return "MeshDataPreparationFailed";
+    case EstimatorInitFailed:
+        return "EstimatorInitFailed";
+    case EstimatorRunFailed:
+        return "EstimatorRunFailed";
+    case StoreResultsFailed:
+        return "StoreResultsFailed";
+    case WriteMeshRefinementFailed:
+        return "WriteMeshRefinementFailed";
+    default:
+        return "unknown result code";
     }
 }
 
@@ -231,8 +238,8 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
         const fs::path geo = host::outcome::ProjectFile(project, ".geo");
         report.files.push_back(
             {pos, "size field for the mesher: gmsh " +
-                      (fs::exists(geo) ? geo.string() : std::string("GEOMETRY.geo")) +
-                      " -2 -bgm " + pos.string()});
+                      (fs::exists(geo) ? geo.string() : std::string("GEOMETRY.geo")) + " -2 -bgm " +
+                      pos.string()});
     }
 
     if (options.json)
@@ -312,8 +319,9 @@ int ResultsCommand(const fs::path& project, const std::string& format, std::ostr
         out << "], \"results\": [";
         for (std::size_t i = 0; i < results.slabs.size(); ++i) {
             const SlabResult& s = results.slabs[i];
-            out << (i ? ", " : "") << "{\"slab\": " << s.slab << ", \"name\": " << JsonString(s.name)
-                << ", \"result_case\": " << s.resultCase << ", \"rows\": [";
+            out << (i ? ", " : "") << "{\"slab\": " << s.slab
+                << ", \"name\": " << JsonString(s.name) << ", \"result_case\": " << s.resultCase
+                << ", \"rows\": [";
             for (std::size_t r = 0; r < s.rows.size(); ++r) {
                 out << (r ? ", " : "") << "{\"row\": " << r << ", \"element\": " << s.elementIds[r];
                 for (std::size_t c = 0; c < kColumns.size(); ++c)
@@ -389,15 +397,16 @@ int ExportVtuCommand(const fs::path& project, const fs::path& vtu, std::ostream&
 
 void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostream& err) {
     app.require_subcommand(1);
-    app.footer("Examples:\n"
-               "  slabadapt check examples/floor/floor\n"
-               "  slabadapt run examples/floor/floor --target 0.05 --load-case 101 --load-case 102\n"
-               "  slabadapt results examples/floor/floor --format csv > errors.csv\n"
-               "  slabadapt export examples/floor/floor --vtu floor.vtu\n"
-               "A project P is a path without extension: P.msh (mesh), P.toml (slabs, load "
-               "cases),\nP.STRINTG0001... (integration-point results); a run writes P.GAR and "
-               "P.refine.pos.\nExit codes: run: its result code 0-6; 64 usage, 65 the project "
-               "check failed,\n66 input missing, 70 internal failure, 74 output not written.");
+    app.footer(
+        "Examples:\n"
+        "  slabadapt check examples/floor/floor\n"
+        "  slabadapt run examples/floor/floor --target 0.05 --load-case 101 --load-case 102\n"
+        "  slabadapt results examples/floor/floor --format csv > errors.csv\n"
+        "  slabadapt export examples/floor/floor --vtu floor.vtu\n"
+        "A project P is a path without extension: P.msh (mesh), P.toml (slabs, load "
+        "cases),\nP.STRINTG0001... (integration-point results); a run writes P.GAR and "
+        "P.refine.pos.\nExit codes: run: its result code 0-6; 64 usage, 65 the project "
+        "check failed,\n66 input missing, 70 internal failure, 74 output not written.");
 
     // run
     auto run = std::make_shared<RunOptions>();
@@ -405,8 +414,9 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
         "run", "Estimate the discretisation error of project P and write the size field");
     runCmd->add_option("project", run->project, "the project path P, without extension")
         ->required();
-    runCmd->add_option("--target", run->target,
-                       "required relative error as a fraction (0.05 means 5 %)")
+    runCmd
+        ->add_option("--target", run->target,
+                     "required relative error as a fraction (0.05 means 5 %)")
         ->required()
         ->check(CLI::Validator(
             [](const std::string& text) -> std::string {
@@ -416,13 +426,16 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
                 return "the target is a fraction between 0 and 1 (0.05 means 5 %), not " + text;
             },
             "FRACTION"));
-    runCmd->add_option("--load-case", run->loadCases,
-                       "a load-case id of P.toml to evaluate; repeat for several (summed)")
+    runCmd
+        ->add_option("--load-case", run->loadCases,
+                     "a load-case id of P.toml to evaluate; repeat for several (summed)")
         ->required()
         ->take_all();
-    runCmd->add_option("--solver-type", run->solverType, "the solver type handed to the result store")
+    runCmd
+        ->add_option("--solver-type", run->solverType, "the solver type handed to the result store")
         ->check(CLI::NonNegativeNumber);
-    runCmd->add_option("--source-flag", run->sourceFlag, "the source flag handed to the result store")
+    runCmd
+        ->add_option("--source-flag", run->sourceFlag, "the source flag handed to the result store")
         ->check(CLI::Range(0, 255));
     runCmd->add_flag("--no-check", run->noCheck, "run without checking the project first");
     runCmd->add_flag("--json", run->json, "print the summary as JSON");
@@ -446,8 +459,9 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
         "check", "Check project P for everything that would stop or mislead a run");
     checkCmd->add_option("project", *checkProject, "the project path P, without extension")
         ->required();
-    checkCmd->add_option("--load-case", *checkCases,
-                         "a load-case id to check; repeat for several (default: all of P.toml)")
+    checkCmd
+        ->add_option("--load-case", *checkCases,
+                     "a load-case id to check; repeat for several (default: all of P.toml)")
         ->take_all();
     checkCmd->add_flag("--json", *checkJson, "print the report as JSON");
     checkCmd->footer("Example:\n  slabadapt check examples/floor/floor --load-case 101\n"
@@ -470,7 +484,8 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
         ->required();
     resultsCmd->add_option("--format", *format, "table (default), csv or json")
         ->check(CLI::IsMember({"table", "csv", "json"}));
-    resultsCmd->footer("Example:\n  slabadapt results examples/floor/floor --format csv > errors.csv");
+    resultsCmd->footer(
+        "Example:\n  slabadapt results examples/floor/floor --format csv > errors.csv");
     resultsCmd->callback([=, &exitCode, &out, &err] {
         try {
             exitCode = ResultsCommand(*resultsProject, *format, out, err);
@@ -501,8 +516,8 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
             // Other parts of the program may add export formats of their own to this command;
             // they do their work before this callback.
             for (const CLI::Option* option : exportCmd->get_options())
-                if (option != vtuOption && option->count() > 0 &&
-                    option->get_name() != "project" && !option->get_lnames().empty())
+                if (option != vtuOption && option->count() > 0 && option->get_name() != "project" &&
+                    !option->get_lnames().empty())
                     return;
             err << "slabadapt: export needs a format, e.g. --vtu FILE (see slabadapt export "
                    "--help)\n";

@@ -20,11 +20,11 @@
 namespace slabadapt::cli {
 
 // Exit codes besides the run's result codes 0 to 6.
-inline constexpr int kExitUsage = 64;        // the command line is wrong
-inline constexpr int kExitCheckFailed = 65;  // the project check found errors
-inline constexpr int kExitNoInput = 66;      // an input file is missing or unreadable
-inline constexpr int kExitInternal = 70;     // an unexpected failure
-inline constexpr int kExitCannotWrite = 74;  // an output file cannot be written
+inline constexpr int kExitUsage = 64;       // the command line is wrong
+inline constexpr int kExitCheckFailed = 65; // the project check found errors
+inline constexpr int kExitNoInput = 66;     // an input file is missing or unreadable
+inline constexpr int kExitInternal = 70;    // an unexpected failure
+inline constexpr int kExitCannotWrite = 74; // an output file cannot be written
 
 struct RunOptions {
     std::filesystem::path project;

@@ -70,11 +70,10 @@ private:
 // The column names of the header and their bits, as the module reads them.
 long ColumnFlag(const std::string& name) {
     static const std::map<std::string, long> columns = {
-        {"igx", 0x1},      {"igy", 0x2},      {"igz", 0x4},      {"mx", 0x10},
-        {"my", 0x20},      {"mxy", 0x40},     {"qx", 0x80},      {"qy", 0x100},
-        {"nx", 0x200},     {"ny", 0x400},     {"nxy", 0x800},    {"kx", 0x1000},
-        {"ky", 0x2000},    {"kxy", 0x4000},   {"gxz", 0x8000},   {"gyz", 0x10000},
-        {"qyz", 0x10000},  {"ex", 0x20000},   {"ey", 0x40000},   {"gxy", 0x80000}};
+        {"igx", 0x1},     {"igy", 0x2},     {"igz", 0x4},    {"mx", 0x10},    {"my", 0x20},
+        {"mxy", 0x40},    {"qx", 0x80},     {"qy", 0x100},   {"nx", 0x200},   {"ny", 0x400},
+        {"nxy", 0x800},   {"kx", 0x1000},   {"ky", 0x2000},  {"kxy", 0x4000}, {"gxz", 0x8000},
+        {"gyz", 0x10000}, {"qyz", 0x10000}, {"ex", 0x20000}, {"ey", 0x40000}, {"gxy", 0x80000}};
     const auto it = columns.find(name);
     return it == columns.end() ? 0 : it->second;
 }
@@ -138,7 +137,8 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
                 const long flag = ColumnFlag(name);
                 if (flag == 0)
                     out.Warning(file, number, "column",
-                                "unknown column \"" + name + "\" is ignored (it takes no field in the records)");
+                                "unknown column \"" + name +
+                                    "\" is ignored (it takes no field in the records)");
                 flags |= flag;
             }
             for (const char* c : {"igx", "igy", "igz"})
@@ -286,12 +286,14 @@ void CheckMesh(const Project& project, Collector& out) {
 // ---------------------------------------------------------------------------------------------
 
 std::size_t CheckReport::Errors() const {
-    return static_cast<std::size_t>(std::count_if(findings.begin(), findings.end(), [](const Finding& f) {
-        return f.severity == Severity::Error;
-    }));
+    return static_cast<std::size_t>(
+        std::count_if(findings.begin(), findings.end(),
+                      [](const Finding& f) { return f.severity == Severity::Error; }));
 }
 
-std::size_t CheckReport::Warnings() const { return findings.size() - Errors(); }
+std::size_t CheckReport::Warnings() const {
+    return findings.size() - Errors();
+}
 
 CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadCaseIds) {
     CheckReport report;
@@ -342,8 +344,9 @@ CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadC
             use.strintgFile = project.string() + Format(".STRINTG%0*ld", 4, it->index);
             if (!it->valid) {
                 if (loadCaseIds.empty())
-                    out.Warning(toml, it->line, "invalid",
-                                Format("load case %ld is marked valid = false: a run skips it", id));
+                    out.Warning(
+                        toml, it->line, "invalid",
+                        Format("load case %ld is marked valid = false: a run skips it", id));
                 else
                     out.Error(toml, it->line, "invalid",
                               Format("load case %ld is marked valid = false: the run would skip "
@@ -422,9 +425,9 @@ std::string SummaryLine(const CheckReport& report) {
 
 std::string CheckReportJson(const CheckReport& report) {
     std::ostringstream s;
-    s << "{\"project\": " << JsonString(report.project.string()) << ", \"passed\": "
-      << (report.Passed() ? "true" : "false") << ", \"errors\": " << report.Errors()
-      << ", \"warnings\": " << report.Warnings();
+    s << "{\"project\": " << JsonString(report.project.string())
+      << ", \"passed\": " << (report.Passed() ? "true" : "false")
+      << ", \"errors\": " << report.Errors() << ", \"warnings\": " << report.Warnings();
     if (report.model) {
         const auto& mesh = report.model->mesh;
         s << ", \"nodes\": " << mesh.nodes.size() << ", \"elements\": " << mesh.elements.size()
@@ -441,8 +444,8 @@ std::string CheckReportJson(const CheckReport& report) {
     s << "], \"findings\": [";
     for (std::size_t i = 0; i < report.findings.size(); ++i) {
         const Finding& f = report.findings[i];
-        s << (i ? ", " : "") << "{\"severity\": "
-          << (f.severity == Severity::Error ? "\"error\"" : "\"warning\"")
+        s << (i ? ", " : "")
+          << "{\"severity\": " << (f.severity == Severity::Error ? "\"error\"" : "\"warning\"")
           << ", \"file\": " << JsonString(f.file.string()) << ", \"line\": ";
         if (f.line > 0)
             s << f.line;

@@ -25,7 +25,7 @@ struct Finding {
 // A load case as the check resolved it.
 struct CheckedLoadCase {
     long id = 0;
-    long index = 0;        // one-based; 0 when the id is unknown
+    long index = 0; // one-based; 0 when the id is unknown
     bool valid = false;
     std::string name;
     std::filesystem::path strintgFile;
@@ -58,7 +58,8 @@ inline constexpr std::size_t kMaxElementsAtNode = 64;
 //     lists its elements in ascending order, lists exactly the mesh's elements, each with 3
 //     (triangle) or 4 (quadrilateral) points matching the element's node count, at positions on
 //     the element; and the load cases agree on every element's point count.
-CheckReport CheckProject(const std::filesystem::path& project, const std::vector<long>& loadCaseIds);
+CheckReport CheckProject(const std::filesystem::path& project,
+                         const std::vector<long>& loadCaseIds);
 
 // "file:line: error: message" (or "file: warning: ..."), one finding a line.
 void PrintFindings(const CheckReport& report, std::ostream& out);

@@ -17,8 +17,7 @@ const std::array<ColumnInfo, 4> kColumns = {{
     {"global_error", "global error",
      "the element's error over the mean element norm of the model, a fraction"},
     {"local_error", "local error", "the element's error over its own norm, a fraction"},
-    {"error_density", "error density",
-     "the element's squared error over its area and thickness"},
+    {"error_density", "error density", "the element's squared error over its area and thickness"},
     {"new_size", "new size", "the element size the next mesh needs, in the mesh's length unit"},
 }};
 
@@ -29,7 +28,8 @@ StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Pr
     const GUID type = *host::com::ParseGuid(std::string_view(kAdaptivityResultType));
     for (const host::outcome::StoredResultInfo& info : store.List()) {
         const CKQ_ResultKey& key = info.key;
-        if (key.GetResultType() != type || key.GetDsObject().GetType() != Outcome64Enums::eDs_Slab) {
+        if (key.GetResultType() != type ||
+            key.GetDsObject().GetType() != Outcome64Enums::eDs_Slab) {
             ++results.otherResults;
             continue;
         }
@@ -42,9 +42,10 @@ StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Pr
         if (model != nullptr && slab.slab >= 1 &&
             static_cast<std::size_t>(slab.slab) <= model->mesh.slabs.size()) {
             const auto* data = model->SlabDataOf(static_cast<unsigned long>(slab.slab));
-            slab.name = data != nullptr && !data->name.empty()
-                            ? data->name
-                            : model->mesh.slabs[static_cast<std::size_t>(slab.slab) - 1].physicalName;
+            slab.name =
+                data != nullptr && !data->name.empty()
+                    ? data->name
+                    : model->mesh.slabs[static_cast<std::size_t>(slab.slab) - 1].physicalName;
         }
         for (unsigned long r = 0; r < table->GetCountOfRows(); ++r) {
             slab.elementIds.push_back(table->GetElementId(r));
@@ -78,7 +79,8 @@ std::vector<SlabSummary> Summarize(const StoredResults& results) {
             s.maxNewSize = std::max(s.maxNewSize, row[3]);
         }
         if (s.elements == 0)
-            s.minNewSize = s.maxNewSize = s.maxLocalErrorPercent = std::numeric_limits<double>::quiet_NaN();
+            s.minNewSize = s.maxNewSize = s.maxLocalErrorPercent =
+                std::numeric_limits<double>::quiet_NaN();
         summaries.push_back(s);
     }
     return summaries;

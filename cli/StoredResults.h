@@ -16,24 +16,24 @@ extern const char* const kAdaptivityResultType;
 
 // The four stored columns, in order, with what they hold.
 struct ColumnInfo {
-    const char* name;    // for CSV and JSON
-    const char* title;   // for tables
+    const char* name;  // for CSV and JSON
+    const char* title; // for tables
     const char* meaning;
 };
 extern const std::array<ColumnInfo, 4> kColumns;
 
 struct SlabResult {
-    long slab = 0;                  // one-based slab id
-    std::string name;               // from P.toml or the mesh's physical name, may be empty
+    long slab = 0;    // one-based slab id
+    std::string name; // from P.toml or the mesh's physical name, may be empty
     int resultCase = 0;
-    std::vector<unsigned long> elementIds;    // per row, one-based; 0 for a row without one
-    std::vector<std::array<double, 4>> rows;  // the four columns; NaN for a cell never set
+    std::vector<unsigned long> elementIds;   // per row, one-based; 0 for a row without one
+    std::vector<std::array<double, 4>> rows; // the four columns; NaN for a cell never set
 };
 
 struct StoredResults {
     std::filesystem::path garFile;
-    std::vector<SlabResult> slabs;  // in key order: by slab, then result case
-    std::size_t otherResults = 0;   // results of other types, not listed
+    std::vector<SlabResult> slabs; // in key order: by slab, then result case
+    std::size_t otherResults = 0;  // results of other types, not listed
 };
 
 // Reads P.GAR. Throws host::outcome::GarError when it is missing or not a result store.

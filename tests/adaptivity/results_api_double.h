@@ -17,7 +17,8 @@
 
 class MockResultsAPI : public IAdaptivityResultsAPI {
 public:
-    MOCK_METHOD(int, Init, (const CString&, unsigned char, Outcome64Enums::eSolverType), (override));
+    MOCK_METHOD(int, Init, (const CString&, unsigned char, Outcome64Enums::eSolverType),
+                (override));
     MOCK_METHOD(bool, SerializeSolverLink, (bool), (override));
     MOCK_METHOD(bool, PrepareAdaptiveMeshData, (const std::vector<long>&), (override));
     MOCK_METHOD(void, ClearAdaptiveMeshData, (), (override));
@@ -45,7 +46,8 @@ public:
     MOCK_METHOD(unsigned long, GetCountOfDefNodes, (unsigned long), (override));
     MOCK_METHOD(unsigned long, GetCountOfIntegrationPoints, (unsigned long), (const, override));
     MOCK_METHOD(unsigned long, GetCountOfResults, (), (const, override));
-    MOCK_METHOD(double, GetIntegrationPointWeight, (unsigned long, unsigned long), (const, override));
+    MOCK_METHOD(double, GetIntegrationPointWeight, (unsigned long, unsigned long),
+                (const, override));
     MOCK_METHOD(unsigned long, GetCountOfLoadCases, (), (const, override));
     MOCK_METHOD(unsigned long, GetLoadCaseIndex, (unsigned long), (const, override));
     MOCK_METHOD(void, DeleteResultFiles, (), (override));
@@ -78,9 +80,8 @@ struct FakeModel {
 // first corner at (-1, -1).
 inline CKQPoint3D NaturalCoords(std::size_t corners, unsigned long point) {
     const double a = 1.0 / std::sqrt(3.0);
-    static const CKQPoint3D tri[3] = {{1.0 / 6, 1.0 / 6, 2.0 / 3},
-                                      {2.0 / 3, 1.0 / 6, 1.0 / 6},
-                                      {1.0 / 6, 2.0 / 3, 1.0 / 6}};
+    static const CKQPoint3D tri[3] = {
+        {1.0 / 6, 1.0 / 6, 2.0 / 3}, {2.0 / 3, 1.0 / 6, 1.0 / 6}, {1.0 / 6, 2.0 / 3, 1.0 / 6}};
     const CKQPoint3D quad[4] = {{-a, -a, 0}, {a, -a, 0}, {a, a, 0}, {-a, a, 0}};
     if (corners == 3 && point < 3)
         return tri[point];
@@ -154,8 +155,7 @@ inline void FillValues(FakeModel& model, const PointField& field) {
 
 // An nx x ny grid of unit squares in the x-y plane, z = 0; quadrilaterals, or each square cut
 // into two triangles. Node (i, j) has index j (nx + 1) + i. One slab.
-inline FakeModel GridModel(int nx, int ny, bool triangles,
-                           const PointField& field = LinearField) {
+inline FakeModel GridModel(int nx, int ny, bool triangles, const PointField& field = LinearField) {
     FakeModel model;
     for (int j = 0; j <= ny; ++j)
         for (int i = 0; i <= nx; ++i)
@@ -236,16 +236,16 @@ inline void ServeModel(testing::NiceMock<MockResultsAPI>& api, const FakeModel& 
     }));
     ON_CALL(api, GetCountOfResults).WillByDefault(Return(8UL));
     ON_CALL(api, GetIntegrationPointGlobalCoords)
-        .WillByDefault(Invoke([m](unsigned long e, unsigned long p) {
-            return m->elements.at(e).points.at(p);
-        }));
+        .WillByDefault(Invoke(
+            [m](unsigned long e, unsigned long p) { return m->elements.at(e).points.at(p); }));
     ON_CALL(api, GetIntegrationPointLocalCoords)
         .WillByDefault(Invoke([m](unsigned long e, unsigned long p) {
             return NaturalCoords(m->elements.at(e).points.size(), p);
         }));
-    ON_CALL(api, GetIntegrationPointWeight).WillByDefault(Invoke([m](unsigned long e, unsigned long) {
-        return m->elements.at(e).points.size() == 4 ? 1.0 : 0.3333333333333333;
-    }));
+    ON_CALL(api, GetIntegrationPointWeight)
+        .WillByDefault(Invoke([m](unsigned long e, unsigned long) {
+            return m->elements.at(e).points.size() == 4 ? 1.0 : 0.3333333333333333;
+        }));
     ON_CALL(api, GetIntegrationPointResults)
         .WillByDefault(Invoke([m](unsigned long e, unsigned long p,
                                   Outcome64Enums::eIntegrationPointDataType type, double* out) {
@@ -272,7 +272,8 @@ inline void ServeModel(testing::NiceMock<MockResultsAPI>& api, const FakeModel& 
 inline void LetEngineBeDestroyed(meerspace::MEER& engine) {
     for (std::int32_t n = 0; n < engine.n_nodes; ++n)
         if (engine.nodes[n].normals == nullptr)
-            engine.nodes[n].normals = new meerspace::VectoR*[static_cast<std::size_t>(engine.n_regions)]();
+            engine.nodes[n].normals =
+                new meerspace::VectoR*[static_cast<std::size_t>(engine.n_regions)]();
 }
 
 // Mixed absolute/relative comparison that shows both values.
@@ -281,6 +282,6 @@ inline testing::AssertionResult Near(double expected, double actual, double abs 
     const double diff = std::fabs(expected - actual);
     if (diff <= abs || diff <= rel * std::max(std::fabs(expected), std::fabs(actual)))
         return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "expected " << expected << ", got " << actual
-                                       << " (difference " << diff << ")";
+    return testing::AssertionFailure()
+           << "expected " << expected << ", got " << actual << " (difference " << diff << ")";
 }

@@ -104,7 +104,7 @@ TEST(AdaptExecute, UnusableLoadCasesAreSkippedAndDuplicatesKeptInOrder) {
     Served s;
     EXPECT_CALL(s.api, GetLoadCaseIndex(7)).WillRepeatedly(Return(3UL));
     EXPECT_CALL(s.api, GetLoadCaseIndex(8)).WillOnce(Return(0UL));
-    EXPECT_CALL(s.api, GetLoadCaseIndex(9)).WillOnce(Return(0xFFFFFFFFUL)); // -1 in 32 bits
+    EXPECT_CALL(s.api, GetLoadCaseIndex(9)).WillOnce(Return(0xFFFFFFFFUL));  // -1 in 32 bits
     EXPECT_CALL(s.api, GetLoadCaseIndex(10)).WillOnce(Return(0x80000000UL)); // negative too
     EXPECT_CALL(s.api, GetLoadCaseIndex(11)).WillOnce(Return(1UL));
     EXPECT_CALL(s.api, PrepareAdaptiveMeshData(std::vector<long>{3, 1, 3}));
@@ -185,8 +185,10 @@ TEST(AdaptExecute, ANodeOfTooManyElementsGivesCode3) {
         fan.nodes.emplace_back(std::cos(k * 0.0897), std::sin(k * 0.0897), 0.0);
     for (int k = 0; k < 70; ++k) {
         FakeElement e;
-        e.nodes = {0, static_cast<unsigned long>(1 + k), static_cast<unsigned long>(1 + (k + 1) % 70)};
-        e.points = IntegrationPoints({fan.nodes[e.nodes[0]], fan.nodes[e.nodes[1]], fan.nodes[e.nodes[2]]});
+        e.nodes = {0, static_cast<unsigned long>(1 + k),
+                   static_cast<unsigned long>(1 + (k + 1) % 70)};
+        e.points = IntegrationPoints(
+            {fan.nodes[e.nodes[0]], fan.nodes[e.nodes[1]], fan.nodes[e.nodes[2]]});
         fan.elements.push_back(e);
     }
     FillValues(fan, LinearField);

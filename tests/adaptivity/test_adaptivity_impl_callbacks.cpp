@@ -197,9 +197,12 @@ TEST(AdaptivityImplCallbacks, KindOneReadsTheDeformationsAndEveryOtherKindTheFor
     double values[8] = {};
     testing::InSequence order;
     EXPECT_CALL(api, GetIntegrationPointResults(4, 2, Outcome64Enums::eIPDT_Deformations, values));
-    EXPECT_CALL(api, GetIntegrationPointResults(4, 2, Outcome64Enums::eIPDT_InternalForces, values));
-    EXPECT_CALL(api, GetIntegrationPointResults(4, 2, Outcome64Enums::eIPDT_InternalForces, values));
-    EXPECT_CALL(api, GetIntegrationPointResults(4, 2, Outcome64Enums::eIPDT_InternalForces, values));
+    EXPECT_CALL(api,
+                GetIntegrationPointResults(4, 2, Outcome64Enums::eIPDT_InternalForces, values));
+    EXPECT_CALL(api,
+                GetIntegrationPointResults(4, 2, Outcome64Enums::eIPDT_InternalForces, values));
+    EXPECT_CALL(api,
+                GetIntegrationPointResults(4, 2, Outcome64Enums::eIPDT_InternalForces, values));
     impl.give_IPs1_values(4, 2, meerspace::MEER_IPV_DEFORMATIONS, 8, values);
     impl.give_IPs1_values(4, 2, meerspace::MEER_IPV_FORCES, 8, values);
     impl.give_IPs1_values(4, 2, meerspace::MEER_IPV_NONE, 8, values);
@@ -325,7 +328,8 @@ TEST(AdaptivityImplValidity, AQuadrilateralWithAThinCornerIsInvalidAndARegularOn
 
 TEST(AdaptivityImplValidity, AnElementOfAnotherTypeIsAlwaysValidAndInterpolatedAsATriangle) {
     OneElement t({{0, 0, 0}, {1, 0, 0}, {2, 0.0001, 0}});
-    ON_CALL(t.api, GetElementType(0)).WillByDefault(Return(static_cast<Outcome64Enums::eElementType>(2)));
+    ON_CALL(t.api, GetElementType(0))
+        .WillByDefault(Return(static_cast<Outcome64Enums::eElementType>(2)));
     // Degenerate enough to fail as a triangle.
     const double a = 0.1 * 3.141592653589793 / 180.0;
     t.impl->elements[0].ip_coords[2] = meerspace::PoinT(2 * std::cos(a), 2 * std::sin(a), 0);

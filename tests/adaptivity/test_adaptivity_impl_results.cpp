@@ -151,7 +151,8 @@ TEST(AdaptivityImplResults, AfterARunTheStoredVectorsAreTheEnginesVectors) {
     impl.Run();
     std::vector<double> g, l, n, r;
     EXPECT_CALL(api, StoreMeshErrorAndRefinementInResults(1UL, _, _, _, _))
-        .WillOnce(DoAll(SaveArg<1>(&g), SaveArg<2>(&l), SaveArg<3>(&n), SaveArg<4>(&r), Return(true)));
+        .WillOnce(
+            DoAll(SaveArg<1>(&g), SaveArg<2>(&l), SaveArg<3>(&n), SaveArg<4>(&r), Return(true)));
     impl.StoreResults();
     ASSERT_EQ(g.size(), 12u);
     for (std::size_t e = 0; e < g.size(); ++e) {

@@ -35,7 +35,8 @@ FakeModel TwoSlabs() {
         FakeElement e;
         e.slab = 1;
         e.nodes = cell;
-        e.points = IntegrationPoints({model.nodes[cell[0]], model.nodes[cell[1]], model.nodes[cell[2]]});
+        e.points =
+            IntegrationPoints({model.nodes[cell[0]], model.nodes[cell[1]], model.nodes[cell[2]]});
         model.elements.push_back(e);
     }
     model.slabs = 2;
@@ -220,7 +221,8 @@ TEST(AdaptivityImplSetup, ANegativePointCountAfterTheTablesExistIsAQuietFailure)
     FakeModel model = GridModel(2, 1, false);
     NiceMock<MockResultsAPI> api;
     ServeModel(api, model);
-    ON_CALL(api, GetCountOfIntegrationPoints(1)).WillByDefault(Return(static_cast<unsigned long>(-1)));
+    ON_CALL(api, GetCountOfIntegrationPoints(1))
+        .WillByDefault(Return(static_cast<unsigned long>(-1)));
     auto impl = std::make_unique<CAdaptivityImpl>(api, 0.05);
     EXPECT_THROW(impl->Init(), std::range_error);
     impl.reset();
@@ -274,8 +276,10 @@ TEST(AdaptivityImplSetup, ANodeOfMoreThan64ElementsIsRefusedWithItsNumber) {
     }
     for (int k = 0; k < fan; ++k) {
         FakeElement e;
-        e.nodes = {0, static_cast<unsigned long>(1 + k), static_cast<unsigned long>(1 + (k + 1) % fan)};
-        e.points = IntegrationPoints({model.nodes[e.nodes[0]], model.nodes[e.nodes[1]], model.nodes[e.nodes[2]]});
+        e.nodes = {0, static_cast<unsigned long>(1 + k),
+                   static_cast<unsigned long>(1 + (k + 1) % fan)};
+        e.points = IntegrationPoints(
+            {model.nodes[e.nodes[0]], model.nodes[e.nodes[1]], model.nodes[e.nodes[2]]});
         model.elements.push_back(e);
     }
     FillValues(model, LinearField);
@@ -301,8 +305,10 @@ TEST(AdaptivityImplSetup, SixtyFourElementsAtANodeAreAccepted) {
     }
     for (int k = 0; k < fan; ++k) {
         FakeElement e;
-        e.nodes = {0, static_cast<unsigned long>(1 + k), static_cast<unsigned long>(1 + (k + 1) % fan)};
-        e.points = IntegrationPoints({model.nodes[e.nodes[0]], model.nodes[e.nodes[1]], model.nodes[e.nodes[2]]});
+        e.nodes = {0, static_cast<unsigned long>(1 + k),
+                   static_cast<unsigned long>(1 + (k + 1) % fan)};
+        e.points = IntegrationPoints(
+            {model.nodes[e.nodes[0]], model.nodes[e.nodes[1]], model.nodes[e.nodes[2]]});
         model.elements.push_back(e);
     }
     FillValues(model, LinearField);

@@ -73,7 +73,8 @@ TEST_F(CheckTest, AFileListingFewerElementsThanTheMesh) {
     lines.resize(lines.size() - 3); // element 48's three points
     WriteLines(Strintg(), lines);
     const CheckReport r = CheckProject(p, {7});
-    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "lists 47 elements, the mesh has 48"))
+    EXPECT_TRUE(
+        Has(r, Severity::Error, "patch.STRINTG0003", 0, "lists 47 elements, the mesh has 48"))
         << All(r);
 }
 
@@ -104,7 +105,8 @@ TEST_F(CheckTest, AHeaderWithoutACoordinateColumn) {
     WriteLines(Strintg(), lines);
     const CheckReport r = CheckProject(p, {7});
     EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 3, "no igy column")) << All(r);
-    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", 3, "unknown column \"foo\"")) << All(r);
+    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", 3, "unknown column \"foo\""))
+        << All(r);
 }
 
 TEST_F(CheckTest, AHeaderWithoutValueColumnsIsAWarning) {
@@ -125,7 +127,8 @@ TEST_F(CheckTest, AnElementWithFivePoints) {
     lines.insert(lines.begin() + 5, lines[4]); // element 1 gets a fifth point
     WriteLines(Strintg(), lines);
     const CheckReport r = CheckProject(p, {7});
-    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 5, "element 1 has 5 integration points"))
+    EXPECT_TRUE(
+        Has(r, Severity::Error, "patch.STRINTG0003", 5, "element 1 has 5 integration points"))
         << All(r);
 }
 
@@ -144,7 +147,8 @@ TEST_F(CheckTest, AnElementWithoutPoints) {
     lines.erase(lines.begin() + 8, lines.begin() + 12); // element 2
     WriteLines(Strintg(), lines);
     const CheckReport r = CheckProject(p, {7});
-    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "element 2 has no integration points"))
+    EXPECT_TRUE(
+        Has(r, Severity::Error, "patch.STRINTG0003", 0, "element 2 has no integration points"))
         << All(r);
 }
 
@@ -153,7 +157,8 @@ TEST_F(CheckTest, APointOffItsElement) {
     lines[6].replace(16, 15, " 1.00000000E+02"); // IGX of element 1's third point
     WriteLines(Strintg(), lines);
     const CheckReport r = CheckProject(p, {7});
-    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 7, "element 1: the integration point at (100,"))
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 7,
+                    "element 1: the integration point at (100,"))
         << All(r);
 }
 
@@ -186,7 +191,8 @@ TEST_F(CheckTest, LoadCasesThatDifferInPointCount) {
 
 TEST_F(CheckTest, AnUnknownLoadCaseId) {
     const CheckReport r = CheckProject(p, {7, 99});
-    EXPECT_TRUE(Has(r, Severity::Error, "patch.toml", 0, "load case 99 is not defined (defined: 7)"))
+    EXPECT_TRUE(
+        Has(r, Severity::Error, "patch.toml", 0, "load case 99 is not defined (defined: 7)"))
         << All(r);
 }
 

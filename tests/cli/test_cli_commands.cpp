@@ -20,8 +20,8 @@ bool Contains(const std::string& text, const std::string& part) {
 // Whether python's json module reads the text.
 bool IsJson(const std::string& text, const fs::path& scratch) {
     WriteFile(scratch, text);
-    return Shell(std::string(PYTHON_EXECUTABLE) + " -c 'import json,sys; json.load(open(sys.argv[1]))' " +
-                 Quote(scratch))
+    return Shell(std::string(PYTHON_EXECUTABLE) +
+                 " -c 'import json,sys; json.load(open(sys.argv[1]))' " + Quote(scratch))
                .code == 0;
 }
 
@@ -33,8 +33,8 @@ TEST(Cli, HelpListsTheCommandsWithExamples) {
     const Outcome o = Slabadapt("--help");
     ASSERT_TRUE(o.exited);
     EXPECT_EQ(o.code, 0);
-    for (const char* part : {"run", "check", "results", "export", "Examples:",
-                             "slabadapt run examples/floor/floor --target 0.05"})
+    for (const char* part : {"run", "check", "results", "export",
+                             "Examples:", "slabadapt run examples/floor/floor --target 0.05"})
         EXPECT_TRUE(Contains(o.out, part)) << part << "\n" << o.out;
 }
 
@@ -69,13 +69,16 @@ TEST(Cli, UsageErrorsExitWith64) {
 TEST(Cli, RunOnTheExample) {
     TempDir dir;
     const fs::path p = CopyExample(dir.path());
-    const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
+    const Outcome o =
+        Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
     ASSERT_TRUE(o.exited);
     EXPECT_EQ(o.code, 0) << o.out << o.err;
     for (const std::string& part :
-         {std::string("adaptivity run on ") + p.string(), std::string("target 5 %, load cases 101, 102"),
+         {std::string("adaptivity run on ") + p.string(),
+          std::string("target 5 %, load cases 101, 102"),
           std::string("check: 3531 elements (2888 triangles, 643 quadrilaterals) on 3 slabs"),
-          std::string("result: 0 Success"), std::string("global relative error: 3.51 % (target 5 %): within the target"),
+          std::string("result: 0 Success"),
+          std::string("global relative error: 3.51 % (target 5 %): within the target"),
           std::string("   1  floor             2888"), std::string("   2  wall               530"),
           std::string("   3  balcony            113"), std::string("files written:"),
           p.string() + ".GAR", p.string() + ".refine.pos", std::string("time: ")})
@@ -87,11 +90,13 @@ TEST(Cli, RunOnTheExample) {
 TEST(Cli, RunAsJson) {
     TempDir dir;
     const fs::path p = CopyExample(dir.path());
-    const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102 --json");
+    const Outcome o =
+        Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102 --json");
     EXPECT_EQ(o.code, 0) << o.err;
     EXPECT_TRUE(IsJson(o.out, dir / "out.json")) << o.out;
-    for (const char* part : {"\"result_code\": 0", "\"result\": \"Success\"", "\"within_target\": true",
-                             "\"name\": \"balcony\"", "\"load_cases\": [101, 102]"})
+    for (const char* part :
+         {"\"result_code\": 0", "\"result\": \"Success\"", "\"within_target\": true",
+          "\"name\": \"balcony\"", "\"load_cases\": [101, 102]"})
         EXPECT_TRUE(Contains(o.out, part)) << part << "\n" << o.out;
 }
 
@@ -110,7 +115,8 @@ TEST(Cli, CheckResultsAndExportOnTheExample) {
     EXPECT_EQ(none.code, slabadapt::cli::kExitNoInput);
     EXPECT_TRUE(Contains(none.err, "slabadapt run")) << none.err;
 
-    ASSERT_EQ(Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102").code, 0);
+    ASSERT_EQ(Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102").code,
+              0);
 
     const Outcome table = Slabadapt("results " + Quote(p));
     EXPECT_EQ(table.code, 0);
@@ -121,7 +127,9 @@ TEST(Cli, CheckResultsAndExportOnTheExample) {
     EXPECT_EQ(csv.code, 0);
     const auto rows = Lines(csv.out);
     ASSERT_EQ(rows.size(), 3532u);
-    EXPECT_EQ(rows[0], "slab,slab_name,result_case,row,element,global_error,local_error,error_density,new_size");
+    EXPECT_EQ(
+        rows[0],
+        "slab,slab_name,result_case,row,element,global_error,local_error,error_density,new_size");
     EXPECT_EQ(rows[1].rfind("1,floor,1,0,1,", 0), 0u) << rows[1];
     EXPECT_EQ(rows.back().rfind("3,balcony,1,112,3531,", 0), 0u) << rows.back();
 
@@ -134,12 +142,13 @@ TEST(Cli, CheckResultsAndExportOnTheExample) {
     EXPECT_EQ(exported.code, 0) << exported.err;
     EXPECT_TRUE(Contains(exported.out, "3531 cells, 2206 points")) << exported.out;
     // A reader of XML takes it, and it holds what ParaView needs.
-    const Outcome xml = Shell(std::string(PYTHON_EXECUTABLE) +
-                              " -c 'import sys,xml.etree.ElementTree as E; r=E.parse(sys.argv[1]).getroot();"
-                              " p=r.find(\"UnstructuredGrid/Piece\");"
-                              " print(p.get(\"NumberOfPoints\"), p.get(\"NumberOfCells\"),"
-                              " sorted(a.get(\"Name\") for a in p.iter(\"DataArray\") if a.get(\"Name\")))' " +
-                              Quote(vtu));
+    const Outcome xml =
+        Shell(std::string(PYTHON_EXECUTABLE) +
+              " -c 'import sys,xml.etree.ElementTree as E; r=E.parse(sys.argv[1]).getroot();"
+              " p=r.find(\"UnstructuredGrid/Piece\");"
+              " print(p.get(\"NumberOfPoints\"), p.get(\"NumberOfCells\"),"
+              " sorted(a.get(\"Name\") for a in p.iter(\"DataArray\") if a.get(\"Name\")))' " +
+              Quote(vtu));
     EXPECT_EQ(xml.code, 0) << xml.err;
     EXPECT_EQ(xml.out, "2206 3531 ['connectivity', 'error_density', 'global_error', 'local_error', "
                        "'new_size', 'nodal_size', 'offsets', 'slab', 'types']\n");
@@ -175,7 +184,8 @@ TEST(Cli, AMissingStrintgFileStopsTheRunWithAClearMessage) {
     TempDir dir;
     const fs::path p = CopyExample(dir.path());
     fs::remove(p.string() + ".STRINTG0002");
-    const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
+    const Outcome o =
+        Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
     ASSERT_TRUE(o.exited);
     EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
     EXPECT_TRUE(Contains(o.err, p.string() + ".STRINTG0002: error: cannot be opened")) << o.err;
@@ -189,10 +199,12 @@ TEST(Cli, AMismatchedElementCountStopsTheRunWithAClearMessage) {
     auto lines = Lines(ReadFile(p.string() + ".STRINTG0001"));
     lines.resize(lines.size() - 4); // the last element, a quadrilateral of the balcony
     WriteLines(p.string() + ".STRINTG0001", lines);
-    const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
+    const Outcome o =
+        Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
     ASSERT_TRUE(o.exited);
     EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
-    EXPECT_TRUE(Contains(o.err, "floor.STRINTG0001: error: lists 3530 elements, the mesh has 3531")) << o.err;
+    EXPECT_TRUE(Contains(o.err, "floor.STRINTG0001: error: lists 3530 elements, the mesh has 3531"))
+        << o.err;
 
     // Run anyway: the module cannot take it, and says so by its result code.
     const Outcome forced =
@@ -201,7 +213,8 @@ TEST(Cli, AMismatchedElementCountStopsTheRunWithAClearMessage) {
     EXPECT_EQ(forced.code, 3) << forced.out << forced.err;
     EXPECT_TRUE(Contains(forced.out, "check: skipped (--no-check)")) << forced.out;
     EXPECT_TRUE(Contains(forced.out, "result: 3 EstimatorInitFailed")) << forced.out;
-    EXPECT_TRUE(Contains(forced.err, "the run ended with result 3 (EstimatorInitFailed)")) << forced.err;
+    EXPECT_TRUE(Contains(forced.err, "the run ended with result 3 (EstimatorInitFailed)"))
+        << forced.err;
 }
 
 TEST(Cli, ANodeOf70ElementsStopsTheRunWithAClearMessage) {
@@ -214,7 +227,8 @@ TEST(Cli, ANodeOf70ElementsStopsTheRunWithAClearMessage) {
                                 "estimator takes at most 64"))
         << o.err;
 
-    const Outcome forced = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 1 --no-check --json");
+    const Outcome forced =
+        Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 1 --no-check --json");
     ASSERT_TRUE(forced.exited) << "crashed";
     EXPECT_EQ(forced.code, 3) << forced.out << forced.err;
     EXPECT_TRUE(IsJson(forced.out, dir / "forced.json")) << forced.out;
@@ -231,7 +245,8 @@ TEST(Cli, AnUnknownLoadCaseStopsTheRun) {
     EXPECT_TRUE(IsJson(o.out, dir / "o.json")) << o.out;
     EXPECT_TRUE(Contains(o.out, "\"result_code\": null")) << o.out;
     // Run anyway: the module skips the unknown load case and has nothing to estimate.
-    const Outcome forced = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 103 --no-check");
+    const Outcome forced =
+        Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 103 --no-check");
     EXPECT_EQ(forced.code, 2);
     EXPECT_TRUE(Contains(forced.out, "result: 2 MeshDataPreparationFailed")) << forced.out;
 }
@@ -242,7 +257,8 @@ TEST(Cli, AProjectWithoutAMeshIsReportedNotRun) {
     ASSERT_TRUE(o.exited);
     EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
     EXPECT_TRUE(Contains(o.err, "nothing.msh")) << o.err;
-    const Outcome forced = Slabadapt("run " + Quote(dir / "nothing") + " --target 0.05 --load-case 1 --no-check");
+    const Outcome forced =
+        Slabadapt("run " + Quote(dir / "nothing") + " --target 0.05 --load-case 1 --no-check");
     EXPECT_EQ(forced.code, 1);
     EXPECT_TRUE(Contains(forced.out, "result: 1 ResultsAccessInitFailed")) << forced.out;
 }
@@ -250,7 +266,9 @@ TEST(Cli, AProjectWithoutAMeshIsReportedNotRun) {
 TEST(Cli, PatchProjectRunsWithItsOwnLoadCase) {
     TempDir dir;
     const fs::path p = MakePatchProject(dir.path());
-    const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.1 --load-case 7 --solver-type 1 --source-flag 3");
+    const Outcome o = Slabadapt("run " + Quote(p) +
+                                " --target 0.1 --load-case 7 --solver-type 1 --source-flag 3");
     EXPECT_EQ(o.code, 0) << o.out << o.err;
-    EXPECT_TRUE(Contains(o.out, "global relative error: 0.00 % (target 10 %): within the target")) << o.out;
+    EXPECT_TRUE(Contains(o.out, "global relative error: 0.00 % (target 10 %): within the target"))
+        << o.out;
 }

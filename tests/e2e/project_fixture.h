@@ -24,8 +24,12 @@ namespace fixture {
 
 namespace fs = std::filesystem;
 
-inline fs::path SourceDir() { return fs::path(SLABADAPT_SOURCE_DIR); }
-inline fs::path ExampleDir() { return SourceDir() / "examples" / "floor"; }
+inline fs::path SourceDir() {
+    return fs::path(SLABADAPT_SOURCE_DIR);
+}
+inline fs::path ExampleDir() {
+    return SourceDir() / "examples" / "floor";
+}
 
 // A fresh folder under the system's temporary folder, removed with the object.
 class TempDir {
@@ -51,7 +55,9 @@ private:
     fs::path m_path;
 };
 
-inline std::string Quote(const fs::path& p) { return "'" + p.string() + "'"; }
+inline std::string Quote(const fs::path& p) {
+    return "'" + p.string() + "'";
+}
 
 inline std::string ReadFile(const fs::path& file) {
     std::ifstream in(file, std::ios::binary);
@@ -90,8 +96,9 @@ struct Outcome {
 // Runs a shell command with its standard output and error captured.
 inline Outcome Shell(const std::string& command) {
     static int counter = 0;
-    const fs::path base = fs::temp_directory_path() /
-                          ("slabadapt-run-" + std::to_string(::getpid()) + "-" + std::to_string(++counter));
+    const fs::path base =
+        fs::temp_directory_path() /
+        ("slabadapt-run-" + std::to_string(::getpid()) + "-" + std::to_string(++counter));
     const fs::path out = base.string() + ".out", err = base.string() + ".err";
     const int status = std::system((command + " >" + Quote(out) + " 2>" + Quote(err)).c_str());
     Outcome o;
@@ -108,23 +115,23 @@ inline Outcome Shell(const std::string& command) {
 // Copies the example project's files (P = dir/floor).
 inline fs::path CopyExample(const fs::path& dir) {
     for (const char* suffix : {".geo", ".msh", ".toml", ".STRINTG0001", ".STRINTG0002"})
-        fs::copy_file(ExampleDir() / (std::string("floor") + suffix), dir / (std::string("floor") + suffix),
-                      fs::copy_options::overwrite_existing);
+        fs::copy_file(ExampleDir() / (std::string("floor") + suffix),
+                      dir / (std::string("floor") + suffix), fs::copy_options::overwrite_existing);
     return dir / "floor";
 }
 
 // Meshes P.geo with Gmsh into P.msh (MSH 4.1).
 inline void Mesh(const fs::path& project) {
     const Outcome o = Shell(std::string(GMSH_EXECUTABLE) + " " + Quote(project.string() + ".geo") +
-                          " -2 -format msh41 -o " + Quote(project.string() + ".msh"));
+                            " -2 -format msh41 -o " + Quote(project.string() + ".msh"));
     ASSERT_EQ(o.code, 0) << o.out << o.err;
 }
 
 // Writes P.STRINTG<index> for every load case of P.toml with the example's generator.
 inline void GenerateStrintg(const fs::path& project, const std::string& field) {
-    const Outcome o = Shell(std::string(PYTHON_EXECUTABLE) + " " +
-                          Quote(ExampleDir() / "make_strintg.py") + " " + Quote(project) +
-                          " --field " + field);
+    const Outcome o =
+        Shell(std::string(PYTHON_EXECUTABLE) + " " + Quote(ExampleDir() / "make_strintg.py") + " " +
+              Quote(project) + " --field " + field);
     ASSERT_EQ(o.code, 0) << o.out << o.err;
 }
 
@@ -133,7 +140,8 @@ inline void GenerateStrintg(const fs::path& project, const std::string& field) {
 // id 7, index 3.
 inline fs::path MakePatchProject(const fs::path& dir) {
     const fs::path p = dir / "patch";
-    WriteFile(p.string() + ".geo", R"(// Two flat slabs meeting at an edge, uniform structured meshes.
+    WriteFile(p.string() + ".geo",
+              R"(// Two flat slabs meeting at an edge, uniform structured meshes.
 Point(1) = {0, 0, 0}; Point(2) = {2, 0, 0}; Point(3) = {2, 2, 0}; Point(4) = {0, 2, 0};
 Point(5) = {4, 0, 1}; Point(6) = {4, 2, 1};
 Line(1) = {1, 2}; Line(2) = {2, 3}; Line(3) = {3, 4}; Line(4) = {4, 1};
@@ -234,8 +242,8 @@ inline testing::AssertionResult Near(double expected, double actual, double abs 
     const double diff = std::fabs(expected - actual);
     if (diff <= abs || diff <= rel * std::max(std::fabs(expected), std::fabs(actual)))
         return testing::AssertionSuccess();
-    return testing::AssertionFailure() << "expected " << expected << ", got " << actual
-                                       << " (difference " << diff << ")";
+    return testing::AssertionFailure()
+           << "expected " << expected << ", got " << actual << " (difference " << diff << ")";
 }
 
 } // namespace fixture

@@ -47,7 +47,8 @@ void WriteGolden(const Stored& s) {
     fs::create_directories(kGolden.parent_path());
     std::FILE* f = std::fopen(kGolden.string().c_str(), "w");
     ASSERT_NE(f, nullptr);
-    std::fprintf(f, "# slabadapt golden run: examples/floor, target 0.05, load cases 101 and 102\n");
+    std::fprintf(f,
+                 "# slabadapt golden run: examples/floor, target 0.05, load cases 101 and 102\n");
     std::fprintf(f, "global_error %.17g\n", s.globalError);
     std::fprintf(f, "# element global_error local_error error_density new_size (as stored)\n");
     for (std::size_t e = 0; e < s.columns.size(); ++e)
@@ -110,8 +111,8 @@ TEST(E2EExample, TheRunRefinesSomeElementsAndCoarsensOthers) {
     int finer = 0, coarser = 0;
     for (std::size_t e = 0; e < run.columns.size(); ++e) {
         const double area = project.mesh.ElementArea(e + 1);
-        const double h = project.mesh.elements[e].nodes.size() == 3 ? std::sqrt(2 * area)
-                                                                    : std::sqrt(area);
+        const double h =
+            project.mesh.elements[e].nodes.size() == 3 ? std::sqrt(2 * area) : std::sqrt(area);
         const double ratio = run.columns[e][3] / h;
         EXPECT_GE(ratio, 0.25 * (1 - 1e-12));
         EXPECT_LE(ratio, 2.0 * (1 + 1e-12));
@@ -131,8 +132,9 @@ TEST(E2EExample, GmshRemeshesTheGeometryWithTheSizeField) {
     const fs::path pos = p.string() + ".refine.pos";
     ASSERT_TRUE(fs::exists(pos));
     const fs::path next = dir / "next";
-    const Outcome o = Shell(std::string(GMSH_EXECUTABLE) + " " + Quote(p.string() + ".geo") +
-                          " -2 -bgm " + Quote(pos) + " -format msh41 -o " + Quote(next.string() + ".msh"));
+    const Outcome o =
+        Shell(std::string(GMSH_EXECUTABLE) + " " + Quote(p.string() + ".geo") + " -2 -bgm " +
+              Quote(pos) + " -format msh41 -o " + Quote(next.string() + ".msh"));
     ASSERT_EQ(o.code, 0) << o.out << o.err;
 
     const host::outcome::Mesh before = host::outcome::LoadProject(p).mesh;

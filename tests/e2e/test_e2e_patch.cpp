@@ -55,7 +55,8 @@ TEST(E2EPatch, LinearFieldsGiveNoErrorAndDoubleEverySize) {
             ASSERT_GE(id, 1u);
             EXPECT_TRUE(Near(0.0, result.GetValue(0, r), 1e-6)) << "global error of element " << id;
             EXPECT_TRUE(Near(0.0, result.GetValue(1, r), 1e-6)) << "local error of element " << id;
-            EXPECT_TRUE(Near(0.0, result.GetValue(2, r), 1e-9)) << "error density of element " << id;
+            EXPECT_TRUE(Near(0.0, result.GetValue(2, r), 1e-9))
+                << "error density of element " << id;
             EXPECT_TRUE(Near(2 * ElementSize(mesh, id), result.GetValue(3, r)))
                 << "new size of element " << id;
             newSize[id - 1] = result.GetValue(3, r);
@@ -83,7 +84,8 @@ TEST(E2EPatch, LinearFieldsGiveNoErrorAndDoubleEverySize) {
         }
     }
     // Away from the edge the slabs share, every node's size is twice its elements' size: the
-    // flat quadrilaterals have h = 0.5, the tilted triangles (area sqrt 5 / 16) h = sqrt(sqrt 5 / 8).
+    // flat quadrilaterals have h = 0.5, the tilted triangles (area sqrt 5 / 16) h = sqrt(sqrt 5 /
+    // 8).
     const double h[2] = {0.5, std::sqrt(std::sqrt(5.0) / 8)};
     std::size_t interior = 0;
     for (std::size_t e = 0; e < mesh.elements.size(); ++e) {
