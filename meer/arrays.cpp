@@ -29,7 +29,9 @@ std::string eField(int p, double x) {
 }
 
 // Copies text with its terminator to dst.
-void put(char* dst, const std::string& text) { std::memcpy(dst, text.c_str(), text.size() + 1); }
+void put(char* dst, const std::string& text) {
+    std::memcpy(dst, text.c_str(), text.size() + 1);
+}
 
 // Values strictly inside (-zeroLimit, zeroLimit) become 0. A zero limit of 0 keeps the stored
 // values; a NaN limit snaps nothing (both comparisons are false).
@@ -54,8 +56,7 @@ std::string longLine(int p, long a, long b, long c) {
 }
 
 // The three rows (c0 c5 c4), (c5 c1 c3), (c4 c3 c2) of a six-component tensor.
-template <typename T>
-void tensorRows(const T* c, T rows[3][3]) {
+template <typename T> void tensorRows(const T* c, T rows[3][3]) {
     const int order[3][3] = {{0, 5, 4}, {5, 1, 3}, {4, 3, 2}};
     for (int i = 0; i < 3; ++i)
         for (int j = 0; j < 3; ++j)
@@ -87,8 +88,7 @@ std::string longTensorText(const std::int32_t* c, bool empty, int p) {
 }
 
 // The allocation behind a possibly shifted data pointer.
-template <typename T>
-T* baseOf(T* data, std::int32_t shifted) {
+template <typename T> T* baseOf(T* data, std::int32_t shifted) {
     return data == nullptr ? nullptr : data - shifted;
 }
 
@@ -101,7 +101,9 @@ std::int32_t wrappedSquare(std::int32_t v) {
 
 } // namespace
 
-std::int32_t Xvctr::size() const { return n; }
+std::int32_t Xvctr::size() const {
+    return n;
+}
 
 // ---- Dvctr -------------------------------------------------------------------------------
 
@@ -141,12 +143,22 @@ Dvctr::~Dvctr() {
         delete[] data;
 }
 
-int Dvctr::isReal() const { return 1; }
-int Dvctr::isInteger() const { return 0; }
+int Dvctr::isReal() const {
+    return 1;
+}
+int Dvctr::isInteger() const {
+    return 0;
+}
 
-std::int32_t Dvctr::printLength(int p) const { return size() * (p + 9) + 1; }
-std::int32_t Dvctr::printLength3(int p) const { return (p + 9) * 3 + 1; }
-std::int32_t Dvctr::printLength9(int p) const { return (p + 9) * 9 + 1; }
+std::int32_t Dvctr::printLength(int p) const {
+    return size() * (p + 9) + 1;
+}
+std::int32_t Dvctr::printLength3(int p) const {
+    return (p + 9) * 3 + 1;
+}
+std::int32_t Dvctr::printLength9(int p) const {
+    return (p + 9) * 9 + 1;
+}
 
 void Dvctr::printAll(char* buffer, int p, double zeroLimit) const {
     if (n == 0)
@@ -291,9 +303,13 @@ void Dvctr::attachView(double* buffer, std::int32_t count) {
     data = buffer;
 }
 
-void Dvctr::unshift() { shift(-shifted); }
+void Dvctr::unshift() {
+    shift(-shifted);
+}
 
-void Dvctr::zero() { std::fill(data, data + n, 0.0); }
+void Dvctr::zero() {
+    std::fill(data, data + n, 0.0);
+}
 
 void Dvctr::add(const Dvctr& v) {
     if (v.size() != n)
@@ -390,8 +406,7 @@ void Dvctr::rotateTensor(const Dmtrx& r) {
         for (const auto& pr : pairs) {
             const int k = pr[0];
             const int l = pr[1];
-            v += (r.element(i, k) * r.element(j, l) + r.element(i, l) * r.element(j, k)) *
-                 s[pr[2]];
+            v += (r.element(i, k) * r.element(j, l) + r.element(i, l) * r.element(j, k)) * s[pr[2]];
         }
         fresh[t] = v;
     }
@@ -413,7 +428,9 @@ void Dvctr::rotateTensorZ(double angle) {
     std::copy(fresh, fresh + 6, data);
 }
 
-void Dvctr::normalize() { divide(norm()); }
+void Dvctr::normalize() {
+    divide(norm());
+}
 
 // ---- Lvctr -------------------------------------------------------------------------------
 
@@ -451,12 +468,22 @@ Lvctr::~Lvctr() {
         delete[] data;
 }
 
-int Lvctr::isReal() const { return 0; }
-int Lvctr::isInteger() const { return 1; }
+int Lvctr::isReal() const {
+    return 0;
+}
+int Lvctr::isInteger() const {
+    return 1;
+}
 
-std::int32_t Lvctr::printLength(int) const { return size() * 26; }
-std::int32_t Lvctr::printLength3(int) const { return 78; }
-std::int32_t Lvctr::printLength9(int) const { return 234; }
+std::int32_t Lvctr::printLength(int) const {
+    return size() * 26;
+}
+std::int32_t Lvctr::printLength3(int) const {
+    return 78;
+}
+std::int32_t Lvctr::printLength9(int) const {
+    return 234;
+}
 
 void Lvctr::printAll(char* buffer, int p, double) const {
     if (n == 0)
@@ -600,9 +627,13 @@ void Lvctr::attachView(std::int32_t* buffer, std::int32_t count) {
     data = buffer;
 }
 
-void Lvctr::unshift() { shift(-shifted); }
+void Lvctr::unshift() {
+    shift(-shifted);
+}
 
-void Lvctr::zero() { std::fill(data, data + n, 0); }
+void Lvctr::zero() {
+    std::fill(data, data + n, 0);
+}
 
 std::int32_t Lvctr::sum() const {
     std::uint32_t s = 0;
@@ -619,7 +650,9 @@ std::int32_t Lvctr::countNonZero() const {
     return c;
 }
 
-std::int32_t Lvctr::countZero() const { return n - countNonZero(); }
+std::int32_t Lvctr::countZero() const {
+    return n - countNonZero();
+}
 
 // ---- Dmtrx -------------------------------------------------------------------------------
 
@@ -641,9 +674,13 @@ Dmtrx& Dmtrx::operator=(const Dmtrx& other) {
     return *this;
 }
 
-Dmtrx::~Dmtrx() { delete[] data; }
+Dmtrx::~Dmtrx() {
+    delete[] data;
+}
 
-int Dmtrx::isReal() const { return 1; }
+int Dmtrx::isReal() const {
+    return 1;
+}
 
 void Dmtrx::resize(std::int32_t r, std::int32_t c) {
     if (r == rows && c == cols)
@@ -657,9 +694,13 @@ void Dmtrx::resize(std::int32_t r, std::int32_t c) {
     }
 }
 
-void Dmtrx::zero() { std::fill(data, data + rows * cols, 0.0); }
+void Dmtrx::zero() {
+    std::fill(data, data + rows * cols, 0.0);
+}
 
-void Dmtrx::assign(const double* values) { std::copy(values, values + rows * cols, data); }
+void Dmtrx::assign(const double* values) {
+    std::copy(values, values + rows * cols, data);
+}
 
 void Dmtrx::assignFrom(const Dmtrx& m) {
     if (&m != this)
@@ -826,7 +867,9 @@ void VectoR::add(const Elem3D& v) {
     z += v.z;
 }
 
-double VectoR::length() const { return std::sqrt(x * x + y * y + z * z); }
+double VectoR::length() const {
+    return std::sqrt(x * x + y * y + z * z);
+}
 
 void VectoR::normalize() {
     const double l = length();

@@ -28,14 +28,14 @@ public:
     Array() = default;
     Array(const Array&) = default;
     Array& operator=(const Array&) = default;
-    virtual ~Array() = default;            // slot 0
-    virtual int isReal() const = 0;        // slot 1: 1 for arrays of doubles, 0 otherwise
+    virtual ~Array() = default;     // slot 0
+    virtual int isReal() const = 0; // slot 1: 1 for arrays of doubles, 0 otherwise
 };
 
 // One-dimensional array; no data.
 class Array1d : public Array {
 public:
-    virtual std::int32_t size() const = 0;      // slot 2
+    virtual std::int32_t size() const = 0; // slot 2
     // Characters a caller allocates for printAll with this p.
     virtual std::int32_t printLength(int p) const = 0; // slot 3
     // All elements into buffer (p: digits after the point for doubles, field width for
@@ -46,31 +46,31 @@ public:
 // Bookkeeping shared by the vectors of both element types.
 class Xvctr : public Array1d {
 public:
-    std::int8_t borrowed = 0;    // 1: the buffer belongs to somebody else (never freed here)
-    std::int8_t viewKind = 0;    // 0 set by attach, 1 by attachView (informational only)
-    std::int32_t shifted = 0;    // elements the data pointer was moved by shift()
-    std::int32_t n = 0;          // elements in use
-    std::int32_t capacity = 0;   // elements allocated; 0 for a borrowed buffer
+    std::int8_t borrowed = 0;  // 1: the buffer belongs to somebody else (never freed here)
+    std::int8_t viewKind = 0;  // 0 set by attach, 1 by attachView (informational only)
+    std::int32_t shifted = 0;  // elements the data pointer was moved by shift()
+    std::int32_t n = 0;        // elements in use
+    std::int32_t capacity = 0; // elements allocated; 0 for a borrowed buffer
 
     std::int32_t size() const override; // slot 2, the only one defined here
 
-    virtual int isInteger() const = 0;                                         // slot 5
+    virtual int isInteger() const = 0; // slot 5
     // this[i] = other[j]; other must be of this vector's own concrete type.
     virtual void copyElement(std::int32_t i, const Array& other, std::int32_t j) = 0; // 6
     // Moves the view k elements; returns the new data pointer, or this object when empty.
-    virtual void* shift(std::int32_t k) = 0;                                   // slot 7
+    virtual void* shift(std::int32_t k) = 0; // slot 7
     // Reads size() elements from a text cursor (size must be set and at least 1).
-    virtual bool scan(char** cursor) = 0;                                      // slot 8
-    virtual double norm() const = 0;                                           // slot 9
-    virtual std::int32_t printLength3(int p) const = 0;                        // slot 10
-    virtual std::int32_t printLength9(int p) const = 0;                        // slot 11
+    virtual bool scan(char** cursor) = 0;               // slot 8
+    virtual double norm() const = 0;                    // slot 9
+    virtual std::int32_t printLength3(int p) const = 0; // slot 10
+    virtual std::int32_t printLength9(int p) const = 0; // slot 11
     // Elements 0-2 as one line (missing elements print as 0).
     virtual void printPoint(char* buffer, int p, double zeroLimit, bool allowShort) const = 0;
     // A six-component tensor as a 3 x 3 block of three lines.
     virtual void printTensor(std::FILE* file, int p, double zeroLimit,
-                             bool allowEmpty) const = 0;                       // slot 13
+                             bool allowEmpty) const = 0; // slot 13
     virtual void printTensor(char* buffer, int p, double zeroLimit,
-                             bool allowEmpty) const = 0;                       // slot 14
+                             bool allowEmpty) const = 0; // slot 14
 };
 
 // Vector of doubles.

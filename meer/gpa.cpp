@@ -13,7 +13,9 @@ GpaBase::GpaBase(std::int32_t initialCapacity, std::int32_t growthIncrement)
         grow(initialCapacity);
 }
 
-GpaBase::~GpaBase() { delete[] data; }
+GpaBase::~GpaBase() {
+    delete[] data;
+}
 
 void* GpaBase::append(void* p) {
     if (count == capacity)

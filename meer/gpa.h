@@ -25,8 +25,7 @@ public:
     void grow(std::int32_t newCapacity = 0);
 };
 
-template <typename T>
-class Gpa : public GpaBase {
+template <typename T> class Gpa : public GpaBase {
 public:
     using GpaBase::GpaBase;
 

@@ -19,8 +19,7 @@ constexpr WORD kAttributeRed = 4;
 constexpr WORD kAttributeMagenta = 5;
 constexpr WORD kAttributeNormal = 7;
 
-void report(WORD colour, const char* head, const char* message, const char* sourceFile,
-            int line) {
+void report(WORD colour, const char* head, const char* message, const char* sourceFile, int line) {
     std::fflush(stdout);
     SetConsoleTextAttribute(GetStdHandle(STD_OUTPUT_HANDLE), colour);
     std::fprintf(stderr, "\n\n %s:  %s", head, message);
@@ -63,8 +62,8 @@ std::FILE* openFile(const char* sourceFile, int line, const char* mode, const ch
                     const char* path) {
     std::FILE* file = std::fopen(path, mode);
     if (file == nullptr)
-        ERROR(sourceFile, line, "\"%s\" file has not been opened: %s\n Try it again",
-              description, path);
+        ERROR(sourceFile, line, "\"%s\" file has not been opened: %s\n Try it again", description,
+              path);
     return file;
 }
 
@@ -89,8 +88,7 @@ std::FILE* openFile(const char* sourceFile, int line, const char* mode, const ch
 }
 
 std::FILE* openFile(const char* sourceFile, int line, const char* mode, const char* description,
-                    const char* prefix, const char* name1, const char* name2,
-                    const char* name3) {
+                    const char* prefix, const char* name1, const char* name2, const char* name3) {
     char path[kMaxBuiltPathLength + 1];
     if (prefix != nullptr)
         std::snprintf(path, sizeof path, "%s%s%s%s", prefix, name1, name2, name3);
@@ -132,6 +130,8 @@ double divisor(double x) {
     return x;
 }
 
-std::uint32_t toUnsigned(std::int32_t i) { return checked_integral_cast<std::uint32_t>(i); }
+std::uint32_t toUnsigned(std::int32_t i) {
+    return checked_integral_cast<std::uint32_t>(i);
+}
 
 } // namespace meerspace

@@ -70,8 +70,7 @@ int findOption(int argc, const char* const* argv, const char* name);
 double divisor(double x);
 
 // Converts between integral types, throwing std::range_error when the value does not fit.
-template <typename To, typename From>
-To checked_integral_cast(From value) {
+template <typename To, typename From> To checked_integral_cast(From value) {
     static_assert(std::is_integral_v<To> && std::is_integral_v<From>);
     if constexpr (std::is_signed_v<From> && std::is_unsigned_v<To>) {
         if (value < 0)

@@ -27,9 +27,13 @@ void putBack(int c, std::FILE* f) {
         std::ungetc(c, f);
 }
 
-bool atLineEnd(char c) { return c == '\n' || c == '\r' || c == '\0'; }
+bool atLineEnd(char c) {
+    return c == '\n' || c == '\r' || c == '\0';
+}
 
-int lower(int c) { return c == EOF ? EOF : std::tolower(static_cast<unsigned char>(c)); }
+int lower(int c) {
+    return c == EOF ? EOF : std::tolower(static_cast<unsigned char>(c));
+}
 
 bool sameChar(int a, int b, bool caseSensitive) {
     return caseSensitive ? a == b : lower(a) == lower(b);
@@ -88,15 +92,20 @@ bool matchCursorWord(char** cursor, const char* word, bool caseSensitive) {
 } // namespace
 
 bool isTokenChar(int c) {
-    return c != ' ' && c != '\t' && c != '\n' && c != '\r' && c != '\0' && c != 0xFF &&
-           c != EOF;
+    return c != ' ' && c != '\t' && c != '\n' && c != '\r' && c != '\0' && c != 0xFF && c != EOF;
 }
 
-bool isLineChar(int c) { return c != '\n' && c != '\r' && c != '\0' && c != 0xFF && c != EOF; }
+bool isLineChar(int c) {
+    return c != '\n' && c != '\r' && c != '\0' && c != 0xFF && c != EOF;
+}
 
-bool isBlank(int c) { return c == ' ' || c == '\t'; }
+bool isBlank(int c) {
+    return c == ' ' || c == '\t';
+}
 
-bool isDigit(int c) { return c >= '0' && c <= '9'; }
+bool isDigit(int c) {
+    return c >= '0' && c <= '9';
+}
 
 // ---- Stream readers ----------------------------------------------------------------------
 

@@ -28,8 +28,12 @@ void* operator new[](std::size_t size) {
     std::memset(p, kFreshByte, size);
     return p;
 }
-void operator delete[](void* p) noexcept { std::free(p); }
-void operator delete[](void* p, std::size_t) noexcept { std::free(p); }
+void operator delete[](void* p) noexcept {
+    std::free(p);
+}
+void operator delete[](void* p, std::size_t) noexcept {
+    std::free(p);
+}
 
 using namespace meerspace;
 using meertest::expectFatalAt;
@@ -93,8 +97,7 @@ TEST(VectorTree, AbstractAndConcreteClasses) {
 // Under the Itanium C++ ABI a pointer to a virtual member function holds 1 + the byte offset
 // of its slot in the virtual table; the table starts with two destructor entries, so slot k
 // (k >= 1) of the class tree sits at table index k + 1.
-template <typename F>
-std::ptrdiff_t tableIndex(F f) {
+template <typename F> std::ptrdiff_t tableIndex(F f) {
     static_assert(sizeof(F) == 2 * sizeof(std::uintptr_t));
     std::uintptr_t words[2];
     std::memcpy(words, &f, sizeof f);
@@ -310,8 +313,7 @@ TEST(Attach, OverExistingDataIsFatalUntilReleased) {
 
     std::int32_t lbuffer[2] = {1, 2};
     Lvctr l(1);
-    expectFatalAt([&] { l.attachView(lbuffer, 2); }, kGeneral, "arrays",
-                  "kInternalErrorMessage");
+    expectFatalAt([&] { l.attachView(lbuffer, 2); }, kGeneral, "arrays", "kInternalErrorMessage");
     l.release();
     l.attachView(lbuffer, 2);
     EXPECT_EQ(l.data, lbuffer);
@@ -553,7 +555,7 @@ TEST(Arithmetic, ScalarOperations) {
     EXPECT_EQ(a.sum(), 1.5);
     Dvctr b = dv({2, 3, 4, 100});
     EXPECT_EQ(a.dot(b), 0.5 * 2 - 1.0 * 3 + 2.0 * 4); // over a's size only
-    a.divide(0.0); // no test for zero
+    a.divide(0.0);                                    // no test for zero
     EXPECT_TRUE(std::isinf(a[0]));
 }
 
@@ -694,8 +696,7 @@ TEST(PrintAll, ThreeDigitExponentsStayThreeDigits) {
 
 TEST(PrintAll, ZeroLimitSnapsStrictlyInside) {
     Dvctr v = dv({5e-4, 1e-3, -1e-3, -5e-4, 2.0});
-    EXPECT_EQ(printed(v, 3, 1e-3),
-              " 0.000e+000  1.000e-003 -1.000e-003  0.000e+000  2.000e+000");
+    EXPECT_EQ(printed(v, 3, 1e-3), " 0.000e+000  1.000e-003 -1.000e-003  0.000e+000  2.000e+000");
     // The stored values are untouched.
     EXPECT_EQ(v[0], 5e-4);
     EXPECT_EQ(v[3], -5e-4);
@@ -704,18 +705,15 @@ TEST(PrintAll, ZeroLimitSnapsStrictlyInside) {
 TEST(PrintAll, ZeroLimitZeroOrNaNPrintsStoredValues) {
     Dvctr v = dv({5e-4, 1e-20});
     EXPECT_EQ(printed(v, 3, 0.0), " 5.000e-004  1.000e-020");
-    EXPECT_EQ(printed(v, 3, std::numeric_limits<double>::quiet_NaN()),
-              " 5.000e-004  1.000e-020");
+    EXPECT_EQ(printed(v, 3, std::numeric_limits<double>::quiet_NaN()), " 5.000e-004  1.000e-020");
 }
 
 TEST(PrintAll, EmptyVectorIsFatal) {
     Dvctr d;
     Lvctr l;
     char buffer[8];
-    expectFatalAt([&] { d.printAll(buffer, 3, 0.0); }, kGeneral, "arrays",
-                  "kInternalErrorMessage");
-    expectFatalAt([&] { l.printAll(buffer, 3, 0.0); }, kGeneral, "arrays",
-                  "kInternalErrorMessage");
+    expectFatalAt([&] { d.printAll(buffer, 3, 0.0); }, kGeneral, "arrays", "kInternalErrorMessage");
+    expectFatalAt([&] { l.printAll(buffer, 3, 0.0); }, kGeneral, "arrays", "kInternalErrorMessage");
 }
 
 TEST(PrintAll, IntegerFieldsOfFullWidth) {
@@ -771,8 +769,8 @@ TEST(PrintTensor, RowsOfASixComponentTensor) {
     Dvctr d = dv({1, 2, 3, 4, 5, 6}); // a b c d e f
     std::string buffer(static_cast<std::size_t>(d.printLength9(1) + 3), '\0');
     d.printTensor(buffer.data(), 1, 0.0, false);
-    EXPECT_STREQ(buffer.c_str(), " 1.0e+000  6.0e+000  5.0e+000\n"  // a f e
-                                 " 6.0e+000  2.0e+000  4.0e+000\n"  // f b d
+    EXPECT_STREQ(buffer.c_str(), " 1.0e+000  6.0e+000  5.0e+000\n"   // a f e
+                                 " 6.0e+000  2.0e+000  4.0e+000\n"   // f b d
                                  " 5.0e+000  4.0e+000  3.0e+000\n"); // e d c
     meertest::TextFile f;
     d.printTensor(f.get(), 1, 0.0, false);

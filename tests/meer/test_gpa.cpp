@@ -37,8 +37,8 @@ TEST(Gpa, AutomaticGrowthIsATenthPlusOne) {
     Gpa<Item> list;
     Item item{0};
     // From 0: 0 + 0 + 1 = 1, then 2, 3, ... up to 10: 10 + 1 + 1 = 12, 12 + 1 + 1 = 14.
-    const int expected[] = {1, 2, 3, 4, 5, 6, 7, 8, 9, 10, 12, 12, 14, 14, 16, 16, 18, 18, 20, 20,
-                            23};
+    const int expected[] = {1,  2,  3,  4,  5,  6,  7,  8,  9,  10, 12,
+                            12, 14, 14, 16, 16, 18, 18, 20, 20, 23};
     for (int i = 0; i < 21; ++i) {
         list.append(&item);
         EXPECT_EQ(list.capacity, expected[i]) << "after " << i + 1 << " appends";

@@ -331,12 +331,12 @@ TEST(Determinant, TwoAndThree) {
 TEST(Determinant, OtherShapesAreFatal) {
     expectFatalAt([] { matrix(1, 1, {2}).determinant(); },
                   "cannot compute determinant of matrix 1 x 1", "arrays", "determinant");
-    expectFatalAt([] { Dmtrx(4, 4).determinant(); },
-                  "cannot compute determinant of matrix 4 x 4", "arrays", "determinant");
-    expectFatalAt([] { Dmtrx(2, 3).determinant(); },
-                  "cannot compute determinant of matrix 2 x 3", "arrays", "determinant");
-    expectFatalAt([] { Dmtrx(3, 2).determinant(); },
-                  "cannot compute determinant of matrix 3 x 2", "arrays", "determinant");
+    expectFatalAt([] { Dmtrx(4, 4).determinant(); }, "cannot compute determinant of matrix 4 x 4",
+                  "arrays", "determinant");
+    expectFatalAt([] { Dmtrx(2, 3).determinant(); }, "cannot compute determinant of matrix 2 x 3",
+                  "arrays", "determinant");
+    expectFatalAt([] { Dmtrx(3, 2).determinant(); }, "cannot compute determinant of matrix 3 x 2",
+                  "arrays", "determinant");
 }
 
 // ---- solvers ---------------------------------------------------------------------------

@@ -77,8 +77,7 @@ TEST_F(Diagnostics, LongMessageIsCutAt2047AndLocationStillFollows) {
     const std::string longText(3000, 'x');
     Fatal f = runFatal([&] { ERROR("arrays", 9, "%s", longText.c_str()); });
     ASSERT_TRUE(f.threw);
-    EXPECT_EQ(f.stderrText,
-              "\n\n ERROR:  " + std::string(2047, 'x') + " (arrays:9).  !!!\n\n");
+    EXPECT_EQ(f.stderrText, "\n\n ERROR:  " + std::string(2047, 'x') + " (arrays:9).  !!!\n\n");
     ASSERT_TRUE(f.report.wellFormed);
     EXPECT_EQ(f.report.message.size(), 2047u);
 }
@@ -228,8 +227,7 @@ TEST_F(OpenFileTest, BuildsThePathFromPrefixAndParts) {
     const std::string prefix = dir.string() + "/";
     EXPECT_EQ(content(openFile("m", 1, "r", "d", prefix.c_str(), "abcd.txt")), "content");
     EXPECT_EQ(content(openFile("m", 1, "r", "d", prefix.c_str(), "ab", "cd.txt")), "content");
-    EXPECT_EQ(content(openFile("m", 1, "r", "d", prefix.c_str(), "a", "bc", "d.txt")),
-              "content");
+    EXPECT_EQ(content(openFile("m", 1, "r", "d", prefix.c_str(), "a", "bc", "d.txt")), "content");
 }
 
 TEST_F(OpenFileTest, NullPrefixUsesTheOtherPartsAlone) {
@@ -237,8 +235,7 @@ TEST_F(OpenFileTest, NullPrefixUsesTheOtherPartsAlone) {
     const std::string head = dir.string() + "/ab";
     EXPECT_EQ(content(openFile("m", 1, "r", "d", nullptr, full.c_str())), "content");
     EXPECT_EQ(content(openFile("m", 1, "r", "d", nullptr, head.c_str(), "cd.txt")), "content");
-    EXPECT_EQ(content(openFile("m", 1, "r", "d", nullptr, head.c_str(), "c", "d.txt")),
-              "content");
+    EXPECT_EQ(content(openFile("m", 1, "r", "d", nullptr, head.c_str(), "c", "d.txt")), "content");
 }
 
 TEST_F(OpenFileTest, BuiltPathIsReportedWhenMissing) {
@@ -335,8 +332,7 @@ TEST(CheckedIntegralCast, TooLargeThrows) {
     } catch (const std::range_error& e) {
         EXPECT_STREQ(e.what(), "checked_integral_cast overflow - value too large");
     }
-    EXPECT_THROW(checked_integral_cast<std::uint32_t>(std::int64_t{5000000000}),
-                 std::range_error);
+    EXPECT_THROW(checked_integral_cast<std::uint32_t>(std::int64_t{5000000000}), std::range_error);
     EXPECT_EQ(checked_integral_cast<std::uint8_t>(255), 255);
 }
 

@@ -30,7 +30,9 @@ struct Text {
     char* cursor;
 };
 
-std::unique_ptr<char[]> owned(char* p) { return std::unique_ptr<char[]>(p); }
+std::unique_ptr<char[]> owned(char* p) {
+    return std::unique_ptr<char[]>(p);
+}
 
 } // namespace
 
@@ -85,7 +87,8 @@ TEST(StreamReadLine, EmptyLinesAndLoneCarriageReturn) {
 }
 
 TEST(StreamReadLine, ByteFFEndsTheInput) {
-    TextFile f("ab\xFF" "cd");
+    TextFile f("ab\xFF"
+               "cd");
     char line[kLineBufferSize];
     EXPECT_EQ(readLine(f.get(), line), 2);
     EXPECT_STREQ(line, "ab");
@@ -265,8 +268,7 @@ TEST(StreamReadLineAlloc, SetDestinationIsFatal) {
     TextFile f("x\n");
     char existing[] = "set";
     char* line = existing;
-    expectFatalAt([&] { readLineAlloc(f.get(), &line); }, "allocated", "retezce",
-                  "\"allocated\"");
+    expectFatalAt([&] { readLineAlloc(f.get(), &line); }, "allocated", "retezce", "\"allocated\"");
     EXPECT_EQ(line, existing);
     EXPECT_EQ(f.rest(), "x\n");
 }
@@ -314,7 +316,8 @@ TEST(ExpectWordAtLineEnd, LineMustEndThere) {
 
 TEST(ExpectOrDie, StreamWordAtTheCallersLocation) {
     TextFile f("BEGIN");
-    Fatal r = runFatal([&] { expectWordOrDie("mesh", 77, f.get(), "END", "reading header", true); });
+    Fatal r =
+        runFatal([&] { expectWordOrDie("mesh", 77, f.get(), "END", "reading header", true); });
     ASSERT_TRUE(r.threw);
     EXPECT_EQ(r.value, 201);
     // The text found is reported as a null string, which the C runtime prints as "(null)".
@@ -326,8 +329,8 @@ TEST(ExpectOrDie, StreamWordAtTheCallersLocation) {
 
 TEST(ExpectOrDie, StreamWordAtLineEnd) {
     TextFile f("END more\n");
-    Fatal r = runFatal(
-        [&] { expectWordAtLineEndOrDie("obecne", 12, f.get(), "END", "closing", false); });
+    Fatal r =
+        runFatal([&] { expectWordAtLineEndOrDie("obecne", 12, f.get(), "END", "closing", false); });
     ASSERT_TRUE(r.threw);
     EXPECT_EQ(r.report.message, "closing, expected \"END\"  != \"(null)\"");
     EXPECT_EQ(r.report.source, "obecne");
@@ -404,8 +407,8 @@ TEST(CursorRead, LineKeepsLeadingBlanks) {
 
 TEST(CursorRead, LineIntoNullIsFatal) {
     Text t("ab");
-    expectFatalAt([&] { readLine(&t.cursor, nullptr); }, "destination is not allocated",
-                  "retezce", "destination is not allocated");
+    expectFatalAt([&] { readLine(&t.cursor, nullptr); }, "destination is not allocated", "retezce",
+                  "destination is not allocated");
 }
 
 TEST(CursorRead, LineAlloc) {
@@ -416,8 +419,7 @@ TEST(CursorRead, LineAlloc) {
     EXPECT_STREQ(line, "ab cd");
     EXPECT_STREQ(t.cursor, "\nx");
     char* set = line;
-    expectFatalAt([&] { readLineAlloc(&t.cursor, &set); }, "allocated", "retezce",
-                  "\"allocated\"");
+    expectFatalAt([&] { readLineAlloc(&t.cursor, &set); }, "allocated", "retezce", "\"allocated\"");
 }
 
 TEST(CursorScan, IntLongDouble) {
@@ -446,8 +448,7 @@ TEST(Unscan, MovesBackOverBlanksAndTheWord) {
     EXPECT_EQ(t.cursor, start + 4);
     Text u("key value rest");
     u.cursor += std::strlen("key value ");
-    expectFatalAt([&] { unscan(&u.cursor, "other"); }, "unscan error", "retezce",
-                  "unscan error");
+    expectFatalAt([&] { unscan(&u.cursor, "other"); }, "unscan error", "retezce", "unscan error");
 }
 
 TEST(ScanCounted, DoublesWithTheRightCount) {
@@ -469,8 +470,7 @@ TEST(ScanCounted, DoublesWithAWrongCountWarn) {
     EXPECT_EQ(r.head, "WARNING");
     EXPECT_EQ(r.message, "The length of array of doubles is not \"4\"");
     EXPECT_EQ(r.source, "retezce");
-    EXPECT_NE(meertest::sourceLine("meer/retezce.cpp", r.line).find("WARNING("),
-              std::string::npos);
+    EXPECT_NE(meertest::sourceLine("meer/retezce.cpp", r.line).find("WARNING("), std::string::npos);
     EXPECT_EQ(values[0], 9.0);
 }
 
@@ -643,7 +643,8 @@ TEST(Copying, SkipToStar) {
 }
 
 TEST(Copying, ByteFFEndsTheInput) {
-    TextFile in("ab\xFF" "cd");
+    TextFile in("ab\xFF"
+                "cd");
     TextFile out;
     copyToEnd(in.get(), out.get());
     EXPECT_EQ(out.contents(), "ab");

@@ -51,8 +51,8 @@ inline Report parseReport(const std::string& text) {
 
 // What a call that is expected to end in the fatal routine left behind.
 struct Fatal {
-    bool threw = false;   // an int was thrown
-    int value = 0;        // the int
+    bool threw = false; // an int was thrown
+    int value = 0;      // the int
     std::string stderrText;
     Report report;
 };
