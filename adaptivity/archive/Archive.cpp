@@ -113,11 +113,13 @@ void archive::Write(const void* buffer, unsigned long count) {
 }
 
 void archive::CheckError(long hr) {
-    const auto hresult = static_cast<HRESULT>(static_cast<unsigned long>(hr) & 0xFFFFFFFFul);
-    if (FAILED(hresult))
-        _com_issue_error(hresult);
-    if (hr < 0)
+    if (hr >= 0)
+        return;
+    // A failing HRESULT from the interface arrives sign-extended and is raised as it is. A
+    // negative value below the 32-bit range is no HRESULT at all; it still fails.
+    if (hr < std::numeric_limits<HRESULT>::min())
         _com_issue_error(E_UNEXPECTED);
+    _com_issue_error(static_cast<HRESULT>(hr));
 }
 
 bool archive::operator==(int null) const {

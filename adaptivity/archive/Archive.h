@@ -38,9 +38,10 @@ public:
     unsigned long Read(void* buffer, unsigned long count);
     void Write(const void* buffer, unsigned long count);
 
-    // Raises _com_error(hr) for a failing hr; returns for 0 and positive values. hr is read as
-    // the 32-bit HRESULT it stands for (so 0x80004005L fails as on the host); a negative value
-    // whose low 32 bits read as success still fails, with E_UNEXPECTED.
+    // Raises _com_error(hr) for any negative hr; returns for 0 and every positive value, S_FALSE
+    // included. long is 64-bit here, so a literal such as 0x80004005L is positive and passes:
+    // pass HRESULTs, which arrive sign-extended. A negative value below the 32-bit range, which
+    // no HRESULT can carry, raises E_UNEXPECTED.
     void CheckError(long hr);
 
     // Only 0 may be compared with: == 0 tests for an empty wrapper; any other number raises

@@ -7,6 +7,7 @@
 #include <gtest/gtest.h>
 
 #include <cmath>
+#include <cstdint>
 #include <functional>
 #include <limits>
 #include <string>
@@ -251,13 +252,28 @@ TEST_F(WrapperTest, CheckErrorRaisesForNegativeOnly) {
     EXPECT_NO_THROW(empty.CheckError(S_OK)); // needs no interface
 }
 
-TEST_F(WrapperTest, CheckErrorReadsItsLongAsA32BitHresult) {
+TEST_F(WrapperTest, CheckErrorReturnsForEveryPositiveLong) {
     _ar::archive ar(&double_);
-    // Written as the host writes it; positive as a 64-bit long, failing as an HRESULT.
-    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(0x80004005L); }), E_FAIL);
-    // Negative, but not an HRESULT's failure in its low 32 bits.
-    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(-0x100000000L); }), E_UNEXPECTED);
+    // long is 64-bit here: these are positive values, not failing HRESULTs, and pass.
+    EXPECT_NO_THROW(ar.CheckError(S_FALSE));
+    EXPECT_NO_THROW(ar.CheckError(0x80004005L));
+    EXPECT_NO_THROW(ar.CheckError(0xFFFFFFFFL));
     EXPECT_NO_THROW(ar.CheckError(0x100000000L));
+    EXPECT_NO_THROW(ar.CheckError(std::numeric_limits<long>::max()));
+}
+
+TEST_F(WrapperTest, CheckErrorRaisesEveryNegativeLong) {
+    _ar::archive ar(&double_);
+    // Each failing HRESULT, as the interface answers it, travels unchanged.
+    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(static_cast<long>(E_FAIL)); }), E_FAIL);
+    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(std::numeric_limits<std::int32_t>::min()); }),
+              std::numeric_limits<std::int32_t>::min());
+    // Below the HRESULT range no code can carry the value: E_UNEXPECTED, whatever its low bits.
+    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(-0x100000000L); }), E_UNEXPECTED);
+    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(-0x100000000L + 1); }), E_UNEXPECTED);
+    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(-0x100000000L + static_cast<long>(E_FAIL)); }),
+              E_UNEXPECTED);
+    EXPECT_EQ(ComErrorOf([&] { ar.CheckError(std::numeric_limits<long>::min()); }), E_UNEXPECTED);
 }
 
 // ----- storing: slots and values
