@@ -84,8 +84,9 @@ public:
     // A copy constructor makes a deep copy (a fresh vector never shares by construction);
     // assignment stays shallow.
     Dvctr(const Dvctr& other);
-    // Shallow: takes over flags, shift, size, capacity and the element pointer of other.
-    // This object's own previous buffer (if owned and different) is freed first.
+    // Shallow: takes over flags, shift, size, capacity and the element pointer of other, and
+    // does nothing else. The buffer this object held before is NOT freed (another vector may
+    // still share it); release() it first when nothing else holds it.
     Dvctr& operator=(const Dvctr& other);
     ~Dvctr() override; // unshift, then free unless borrowed
 

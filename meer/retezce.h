@@ -115,6 +115,10 @@ void expectWordOrDie(const char* sourceFile, int line, std::FILE* f, const char*
                      const char* context, bool caseSensitive);
 void expectWordAtLineEndOrDie(const char* sourceFile, int line, std::FILE* f, const char* word,
                               const char* context, bool caseSensitive);
+// The cursor forms skip blanks and then advance only over a word that matched whole: unlike a
+// stream, which can put back one character only, a cursor needs to give nothing back, so the
+// next word is tried from the same place and a failure reports the text where the word was
+// expected.
 void expectCursorWord(const char* sourceFile, int line, char** cursor, const char* word,
                       const char* context, bool caseSensitive);
 // Tries word2, then word1; returns the number (1 or 2) of the word that matched.

@@ -197,6 +197,24 @@ TEST(Reserve, OneMoreGivesExactlyThatCapacityAndKeepsElements) {
     EXPECT_EQ(v[3], freshDouble()); // not initialised
 }
 
+// reserve on a borrowed view moves the elements into a buffer of the vector's own, which it
+// then owns (and frees); the borrowed buffer is neither freed nor changed.
+TEST(Reserve, OfABorrowedViewTakesAnOwnBufferKeepingTheElements) {
+    double buffer[3] = {1, 2, 3};
+    Dvctr v;
+    v.attachView(buffer, 3);
+    v.reserve(4);
+    EXPECT_NE(v.data, buffer);
+    EXPECT_EQ(v.borrowed, 0);
+    EXPECT_EQ(v.viewKind, 0);
+    EXPECT_EQ(v.capacity, 4);
+    EXPECT_EQ(v.n, 3);
+    EXPECT_EQ(v[0], 1.0);
+    EXPECT_EQ(v[2], 3.0);
+    v[0] = 9.0;
+    EXPECT_EQ(buffer[0], 1.0);
+}
+
 TEST(Reserve, NoGeometricGrowth) {
     Lvctr v = lv({1});
     for (std::int32_t n = 2; n <= 6; ++n) {
@@ -387,19 +405,39 @@ TEST(Copies, AssignmentTakesOverFlagsAndShift) {
     EXPECT_EQ(b.data, buffer + 1);
 }
 
-// Assigning over a vector that owns a buffer frees that buffer first, so the shallow copy
-// does not leak (the sanitizer build checks for leaks).
-TEST(Copies, AssignmentOverAnOwnedBufferDoesNotLeak) {
-    Dvctr a(5);
-    Dvctr b = dv({1, 2});
-    a = b;
-    EXPECT_EQ(a.data, b.data);
-    a.detach();
-    Lvctr la(5);
-    Lvctr lb = lv({1});
-    la = lb;
-    EXPECT_EQ(la.data, lb.data);
-    la.detach();
+// Assignment copies the fields and does nothing else: the buffer the target held before is
+// not freed. A vector that still shares that buffer through an earlier assignment keeps
+// valid data, and a buffer the target owned alone is left to the caller to free.
+TEST(Copies, AssignmentLeavesTheTargetsOldBufferAlone) {
+    Dvctr a = dv({1, 2, 3});
+    Dvctr alias;
+    alias = a; // alias and a share a's buffer
+    Dvctr other = dv({7, 8});
+    alias = other;
+    EXPECT_EQ(alias.data, other.data);
+    EXPECT_EQ(alias.n, 2);
+    EXPECT_EQ(a[0], 1.0);
+    EXPECT_EQ(a[1], 2.0);
+    EXPECT_EQ(a[2], 3.0);
+    alias.detach(); // other keeps and frees its buffer
+
+    Dvctr owner(4);
+    double* old = owner.data;
+    owner = other;
+    EXPECT_EQ(owner.data, other.data);
+    EXPECT_EQ(old[3], 0.0); // still allocated and untouched
+    delete[] old;
+    owner.detach();
+
+    Lvctr la = lv({4, 5});
+    Lvctr lalias;
+    lalias = la;
+    Lvctr lother = lv({6});
+    lalias = lother;
+    EXPECT_EQ(lalias.data, lother.data);
+    EXPECT_EQ(la[0], 4);
+    EXPECT_EQ(la[1], 5);
+    lalias.detach();
 }
 
 // Copy construction makes an independent deep copy (assignment stays shallow).
@@ -442,6 +480,17 @@ TEST(Copies, CopyFromIntoAnAttachedDvctrIsFatal) {
     v.attach(buffer, 2);
     Dvctr src = dv({1, 2});
     expectFatalAt([&] { v.copyFrom(src); }, "exta", "arrays", "\"exta\"");
+}
+
+// copyFrom resizes first even when it copies a vector onto itself, so an attached Dvctr
+// refuses that too.
+TEST(Copies, CopyFromOntoItselfStillResizesFirst) {
+    double buffer[2] = {1, 2};
+    Dvctr v;
+    v.attach(buffer, 2);
+    expectFatalAt([&] { v.copyFrom(v); }, "exta", "arrays", "\"exta\"");
+    EXPECT_EQ(v.data, buffer);
+    EXPECT_EQ(buffer[1], 2.0);
 }
 
 TEST(CopyElement, SameTypeCopies) {

@@ -480,6 +480,28 @@ TEST(Solve, RunsInTheStorageOfTheRightHandSide) {
     x.detach(); // b keeps and frees the buffer
 }
 
+// x is assigned over, never freed: when one x serves several solves, each right-hand side
+// keeps its own solution, and a buffer x owned before is left to its owner.
+TEST(Solve, ReusedXLeavesEarlierBuffersAlone) {
+    Dmtrx a = matrix(2, 2, {4, 1, 2, 3});
+    Dvctr b1 = dv({9, 13});
+    Dvctr x(2);
+    double* own = x.data;
+    ASSERT_TRUE(a.solve(x, b1));
+    EXPECT_EQ(x.data, b1.data);
+    EXPECT_EQ(own[1], 0.0); // still allocated and untouched
+    delete[] own;
+    Dmtrx a2 = matrix(2, 2, {2, 0, 0, 4});
+    Dvctr b2 = dv({2, 8});
+    ASSERT_TRUE(a2.solve(x, b2));
+    EXPECT_EQ(x.data, b2.data);
+    EXPECT_TRUE(near(b1[0], 1.4));
+    EXPECT_TRUE(near(b1[1], 3.4));
+    EXPECT_TRUE(near(b2[0], 1.0));
+    EXPECT_TRUE(near(b2[1], 2.0));
+    x.detach(); // b1 and b2 free their own buffers
+}
+
 TEST(Solve, SmallPivotFails) {
     Dmtrx a = matrix(2, 2, {1, 1, 1, 1});
     Dvctr b = dv({1, 2});

@@ -542,6 +542,21 @@ TEST(ExpectCursorWord, ThreeWordsTryFromTheLast) {
     EXPECT_EQ(expectCursorWord3("m", 1, &w.cursor, "one", "two", "three", "ctx", true), 1);
 }
 
+// A failed try on a cursor consumes nothing: the next word is tried from the same place, and
+// the report shows the text where the word was expected.
+TEST(ExpectCursorWord, FailedTryConsumesNothing) {
+    Text t("ABX");
+    EXPECT_EQ(expectCursorWord2("m", 1, &t.cursor, "ABX", "ABC", "ctx", true), 1);
+    EXPECT_STREQ(t.cursor, "");
+    Text u("ABD");
+    EXPECT_EQ(expectCursorWord3("m", 1, &u.cursor, "ABD", "ABE", "ABC", "ctx", true), 1);
+    EXPECT_STREQ(u.cursor, "");
+    Text w("  ENX y");
+    Fatal r = runFatal([&] { expectCursorWord("m", 2, &w.cursor, "END", "ctx", true); });
+    ASSERT_TRUE(r.threw);
+    EXPECT_EQ(r.report.message, "ctx, expected \"END\"  != \"ENX y\"");
+}
+
 TEST(ExpectCursorWord, ThreeWordMessageRepeatsTheSecondWord) {
     Text t("D x");
     Fatal r = runFatal([&] { expectCursorWord3("src", 3, &t.cursor, "A", "B", "C", "ctx", true); });
