@@ -1,7 +1,6 @@
 #include "adaptivity/AdaptivityImpl.h"
 
 #include <cmath>
-#include <exception>
 #include <functional>
 #include <limits>
 #include <stdexcept>
@@ -47,32 +46,11 @@ CAdaptivityImpl::~CAdaptivityImpl() = default;
 // Set-up and run
 // ---------------------------------------------------------------------------------------------
 
-// The engine ends the process when it destroys nodes that no run has prepared (their normals
-// arrays are missing). Init and Run therefore leave the nodes destroyable when an exception
-// leaves them, so that a failed stage reaches the caller as the exception it is.
-class CAdaptivityImpl::DestroyableOnFailure {
-public:
-    explicit DestroyableOnFailure(CAdaptivityImpl& impl)
-        : m_impl(impl), m_nExceptions(std::uncaught_exceptions()) {}
-    DestroyableOnFailure(const DestroyableOnFailure&) = delete;
-    DestroyableOnFailure& operator=(const DestroyableOnFailure&) = delete;
-    ~DestroyableOnFailure() {
-        if (std::uncaught_exceptions() > m_nExceptions)
-            m_impl.MakeNodesDestroyable();
-    }
-
-private:
-    CAdaptivityImpl& m_impl;
-    int m_nExceptions;
-};
-
 void CAdaptivityImpl::Init() {
-    DestroyableOnFailure guard(*this);
     initialize();
 }
 
 void CAdaptivityImpl::Run() {
-    DestroyableOnFailure guard(*this);
     m_dGlobalError = estimate(m_dTargetError);
 }
 
@@ -168,15 +146,6 @@ void CAdaptivityImpl::initialize() {
     for (std::uint32_t r = 0; r < toUnsigned(slabCount); ++r) {
         regions[r].n_values = EngineCount(api.GetCountOfResults());
         regions[r].spr_patch_type = 1;
-    }
-}
-
-void CAdaptivityImpl::MakeNodesDestroyable() {
-    if (nodes == nullptr)
-        return;
-    for (std::int32_t n = 0; n < n_nodes; ++n) {
-        if (nodes[n].normals == nullptr)
-            nodes[n].normals = new meerspace::VectoR*[toUnsigned(n_regions)]();
     }
 }
 

@@ -29,8 +29,13 @@ public:
     // Sets the engine's options and copies the host mesh into the engine.
     void initialize() override;
 
+    // Init calls initialize and nothing else; Run runs the estimation, after which
+    // GetGlobalError holds the global relative error. Exceptions pass through both as they
+    // are, and neither tidies up after one: an object whose Init failed once the node table
+    // existed, or whose Run failed before the engine prepared its first region, has nodes
+    // without normals, and destroying it ends the process (the engine's internal-error
+    // report).
     virtual void Init();
-    // Runs the estimation; afterwards GetGlobalError holds the global relative error.
     virtual void Run();
 
     // The global relative error of the whole model (a fraction); 0.0 until Run has finished.
@@ -79,10 +84,6 @@ private:
     CKQPoint3D GiveNodeCoords(unsigned long node);
     void InitNodeCoords(unsigned long node);
     void InitIntegrationPointCoords(unsigned long elem, unsigned long ip);
-    // Gives every node that has none an empty per-region normals array, the state in which
-    // the engine can be destroyed before its run has prepared the nodes.
-    void MakeNodesDestroyable();
-    class DestroyableOnFailure;
 
     IAdaptivityResultsAPI* m_pResultsAPI; // not owned
     // Per node, the indices of the elements that use it, in ascending element order.

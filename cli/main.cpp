@@ -1,13 +1,51 @@
 // The slabadapt command.
 #include "cli/Commands.h"
+#include "meer/obecne.h"
 
 #ifdef SLABADAPT_HAVE_CCX
 #include "cli/ccx/CcxCommands.h"
 #endif
 
+#include <cstdio>
+#include <cstdlib>
+#include <exception>
 #include <iostream>
 
+namespace {
+
+// The estimator cannot be destroyed once a model it cannot take has stopped it half-way (a run
+// with --no-check on a project the check refuses): its engine then reports an internal error,
+// which ends the process. Say what happened in one line and leave with the code of an
+// unexpected failure rather than dumping core.
+[[noreturn]] void OnTerminate() {
+    bool engine = false;
+    const char* what = nullptr;
+    if (const std::exception_ptr current = std::current_exception()) {
+        try {
+            std::rethrow_exception(current);
+        } catch (int code) {
+            engine = code == meerspace::kFatalErrorCode;
+        } catch (const std::exception& e) {
+            what = e.what();
+        } catch (...) {
+        }
+    }
+    std::fflush(stdout);
+    if (engine)
+        std::fputs("slabadapt: the estimator stopped on a model it cannot take and could not be "
+                   "shut down cleanly; run `slabadapt check` on the project\n",
+                   stderr);
+    else if (what != nullptr)
+        std::fprintf(stderr, "slabadapt: unexpected failure: %s\n", what);
+    else
+        std::fputs("slabadapt: unexpected failure\n", stderr);
+    std::_Exit(slabadapt::cli::kExitInternal);
+}
+
+} // namespace
+
 int main(int argc, char** argv) {
+    std::set_terminate(OnTerminate);
     std::function<void(CLI::App&)> extend;
 #ifdef SLABADAPT_HAVE_CCX
     extend = [](CLI::App& app) { RegisterCcxCommands(app); };

@@ -37,6 +37,30 @@ struct Served {
     }
 };
 
+// The engine's report when the estimator is destroyed with nodes that no run prepared.
+const char* const kInternalError =
+    "ERROR:  za ktery muze autor teto sqele utility, bezte ho vytahat za usi";
+
+// A fan of `count` triangles around one node.
+FakeModel FanModel(int count) {
+    FakeModel fan;
+    fan.nodes.emplace_back(0.0, 0.0, 0.0);
+    for (int k = 0; k < count; ++k) {
+        const double a = 2 * 3.141592653589793 * k / count;
+        fan.nodes.emplace_back(std::cos(a), std::sin(a), 0.0);
+    }
+    for (int k = 0; k < count; ++k) {
+        FakeElement e;
+        e.nodes = {0, static_cast<unsigned long>(1 + k),
+                   static_cast<unsigned long>(1 + (k + 1) % count)};
+        e.points = IntegrationPoints(
+            {fan.nodes[e.nodes[0]], fan.nodes[e.nodes[1]], fan.nodes[e.nodes[2]]});
+        fan.elements.push_back(e);
+    }
+    FillValues(fan, LinearField);
+    return fan;
+}
+
 // The global error of the served model for the default target.
 double ReferenceError() {
     Served s;
@@ -168,36 +192,45 @@ TEST(AdaptExecute, AnEstimatorInitFailureGivesCode3AndStillSerializesTheLink) {
     EXPECT_EQ(d.GetProblematicLoadCaseID(), -1);
 }
 
-// With the nodes copied already, a failure of the Init stage still comes back as code 3.
-TEST(AdaptExecute, AnInitFailureAfterTheNodesExistGivesCode3) {
-    Served s;
-    ON_CALL(s.api, GetNodesOnElement(4, _)).WillByDefault(Throw(std::runtime_error("host")));
-    Driver d;
-    EXPECT_EQ(d.Run(s.api), EstimatorInitFailed);
+// An Init stage that fails once the engine's node table exists leaves nodes without normals;
+// the driver's guard turns the exception into code 3, but destroying the estimator then ends
+// the process with the engine's internal-error report, and no code reaches the caller.
+TEST(AdaptExecuteDeathTest, AnInitFailureAfterTheNodeTableExistsEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            Served s;
+            ON_CALL(s.api, GetNodesOnElement(4, _))
+                .WillByDefault(Throw(std::runtime_error("host")));
+            Driver d;
+            d.Run(s.api);
+        },
+        kInternalError);
 }
 
-TEST(AdaptExecute, ANodeOfTooManyElementsGivesCode3) {
+// The same for a node of more than 64 elements, which Init refuses only after the mesh has
+// been copied.
+TEST(AdaptExecuteDeathTest, ANodeOfTooManyElementsEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            const FakeModel fan = FanModel(70);
+            NiceMock<MockResultsAPI> api;
+            ServeModel(api, fan);
+            Driver d;
+            d.Run(api);
+        },
+        kInternalError);
+}
+
+TEST(AdaptExecute, AnInitFailureBeforeTheNodeTableExistsGivesCode3) {
     Served s;
-    // Node 5 of a 3 x 3 grid, claimed by 70 elements.
-    FakeModel fan;
-    fan.nodes.emplace_back(0.0, 0.0, 0.0);
-    for (int k = 0; k < 70; ++k)
-        fan.nodes.emplace_back(std::cos(k * 0.0897), std::sin(k * 0.0897), 0.0);
-    for (int k = 0; k < 70; ++k) {
-        FakeElement e;
-        e.nodes = {0, static_cast<unsigned long>(1 + k),
-                   static_cast<unsigned long>(1 + (k + 1) % 70)};
-        e.points = IntegrationPoints(
-            {fan.nodes[e.nodes[0]], fan.nodes[e.nodes[1]], fan.nodes[e.nodes[2]]});
-        fan.elements.push_back(e);
-    }
-    FillValues(fan, LinearField);
-    NiceMock<MockResultsAPI> api;
-    ServeModel(api, fan);
-    EXPECT_CALL(api, SerializeSolverLink(false));
-    EXPECT_CALL(api, SerializeSolverLink(true));
+    ON_CALL(s.api, GetNoOfSlabs()).WillByDefault(Return(static_cast<unsigned long>(-2)));
+    EXPECT_CALL(s.api, NodeCoords).Times(0);
+    EXPECT_CALL(s.api, SerializeSolverLink(true));
     Driver d;
-    EXPECT_EQ(d.Run(api), EstimatorInitFailed);
+    EXPECT_EQ(d.Run(s.api), EstimatorInitFailed);
+    EXPECT_EQ(d.GetAdaptivityResult(), 0.0);
 }
 
 TEST(AdaptExecute, AnEstimatorRunFailureGivesCode4) {
@@ -213,15 +246,21 @@ TEST(AdaptExecute, AnEstimatorRunFailureGivesCode4) {
     EXPECT_EQ(d.GetProblematicLoadCaseID(), -1);
 }
 
-// The engine stops (its fatal report throws an int) before it has prepared any node: the code
-// still comes back, and the process goes on.
-TEST(AdaptExecute, AnEngineStopBeforeTheNodesArePreparedGivesCode4) {
-    Served s;
-    ON_CALL(s.api, GetCountOfDefNodes(0)).WillByDefault(Return(5UL));
-    ON_CALL(s.api, GetNodesOnElement(0, _))
-        .WillByDefault(testing::SetArgReferee<1>(std::vector<unsigned long>{0, 1, 5, 4, 1}));
-    Driver d;
-    EXPECT_EQ(d.Run(s.api), EstimatorRunFailed);
+// The engine stops (its fatal report throws an int) before it has prepared any node: the
+// guard gives code 4, and destroying the estimator then ends the process.
+TEST(AdaptExecuteDeathTest, AnEngineStopBeforeTheNodesArePreparedEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            Served s;
+            ON_CALL(s.api, GetCountOfDefNodes(0)).WillByDefault(Return(5UL));
+            ON_CALL(s.api, GetNodesOnElement(0, _))
+                .WillByDefault(
+                    testing::SetArgReferee<1>(std::vector<unsigned long>{0, 1, 5, 4, 1}));
+            Driver d;
+            d.Run(s.api);
+        },
+        kInternalError);
 }
 
 TEST(AdaptExecute, AStoreFailureGivesCode5AndSkipsTheWrite) {

@@ -230,6 +230,62 @@ TEST(AdaptivityImplCallbacks, TheSecondPointSetGivesExactlyWhatTheFirstGives) {
     }
 }
 
+// The IPs2 callbacks reach their IPs1 twins through the virtual slots: a class that answers
+// IPs1 differently changes the IPs2 answers with it.
+TEST(AdaptivityImplCallbacks, TheSecondPointSetForwardsThroughTheVirtualSlots) {
+    struct Overriding : ExposedImpl {
+        using ExposedImpl::ExposedImpl;
+        std::int32_t give_number_of_IPs1(std::int32_t elem) const override { return 100 + elem; }
+        std::int32_t give_IPs1_values_count(std::int32_t elem, int ip,
+                                            meerspace::MEER_IPValues kind) const override {
+            return 1000 * elem + 10 * ip + static_cast<std::int32_t>(kind);
+        }
+        void give_IPs1_values(std::int32_t elem, int ip, meerspace::MEER_IPValues kind,
+                              std::int32_t count, double* values) const override {
+            values[0] = elem;
+            values[1] = ip;
+            values[2] = kind;
+            values[3] = count;
+        }
+    };
+    NiceMock<MockResultsAPI> api;
+    EXPECT_CALL(api, GetCountOfIntegrationPoints).Times(0);
+    EXPECT_CALL(api, GetCountOfResults).Times(0);
+    EXPECT_CALL(api, GetIntegrationPointResults).Times(0);
+    Overriding impl(api, 0.05);
+    ExposedImpl& base = impl;
+    EXPECT_EQ(base.give_number_of_IPs2(7), 107);
+    EXPECT_EQ(base.give_IPs2_values_count(3, 2, meerspace::MEER_IPV_FORCES), 3022);
+    double values[4] = {};
+    base.give_IPs2_values(5, 1, meerspace::MEER_IPV_DEFORMATIONS, 42, values);
+    EXPECT_EQ(values[0], 5.0);
+    EXPECT_EQ(values[1], 1.0);
+    EXPECT_EQ(values[2], 1.0);
+    EXPECT_EQ(values[3], 42.0);
+}
+
+// give_IPs1_values asks for the count through its virtual slot before it reads.
+TEST(AdaptivityImplCallbacks, TheValueCountIsCheckedThroughItsVirtualSlot) {
+    struct Counting : ExposedImpl {
+        using ExposedImpl::ExposedImpl;
+        std::int32_t give_IPs1_values_count(std::int32_t, int,
+                                            meerspace::MEER_IPValues) const override {
+            return 3;
+        }
+    };
+    NiceMock<MockResultsAPI> api;
+    ON_CALL(api, GetCountOfResults()).WillByDefault(Return(8UL));
+    Counting impl(api, 0.05);
+    double values[8] = {};
+    EXPECT_CALL(api, GetIntegrationPointResults).Times(0);
+    EXPECT_THROW(impl.give_IPs1_values(0, 0, meerspace::MEER_IPV_FORCES, 8, values),
+                 std::bad_function_call);
+    testing::Mock::VerifyAndClearExpectations(&api);
+    EXPECT_CALL(api,
+                GetIntegrationPointResults(0, 0, Outcome64Enums::eIPDT_InternalForces, values));
+    impl.give_IPs1_values(0, 0, meerspace::MEER_IPV_FORCES, 3, values);
+}
+
 // --- elements at a node ------------------------------------------------------------------------
 
 TEST(AdaptivityImplCallbacks, ElementsAtANodeComeInAscendingOrder) {
@@ -277,9 +333,12 @@ TEST(AdaptivityImplValidity, AStraightCornerPasses) {
     EXPECT_TRUE(q.impl->is_element_valid(0));
 }
 
-// Three collinear points with one between the others: the middle corner is straight and
-// passes, but from either end both neighbours lie in the same direction (0 degrees), and the
-// corner test, read as it is written, fails there.
+// Reading kept: a triangle whose three points are collinear, one between the other two, is
+// INVALID here, although one could expect it to pass as a straight (180 degree) corner. The
+// corner test looks at every corner in turn: the middle point sees its neighbours in opposite
+// directions and passes, but an end point sees both others in the same direction (0 degrees,
+// dot product 1 > cos 1 degree), so the end corner fails and with it the element. We follow
+// the corner test as it is written rather than special-casing the straight corner.
 TEST(AdaptivityImplValidity, ACollinearTriangleFailsAtItsEndCorners) {
     OneElement middleLast({{0, 0, 0}, {2, 0, 0}, {1, 0, 0}});
     EXPECT_FALSE(middleLast.impl->is_element_valid(0));
@@ -296,6 +355,19 @@ TEST(AdaptivityImplValidity, ATriangleWithTwoPointsInAlmostTheSameDirectionIsInv
     const double b = 1.5 * 3.141592653589793 / 180.0;
     OneElement u({{0, 0, 0}, {1, 0, 0}, {2 * std::cos(b), 2 * std::sin(b), 0}});
     EXPECT_TRUE(u.impl->is_element_valid(0));
+}
+
+// P1 and P2 in exactly the same direction from P0 (P1 between P0 and P2), and within less
+// than 1 degree on either side of the limit.
+TEST(AdaptivityImplValidity, PointsInTheSameDirectionFromP0WithinLessThanOneDegreeAreInvalid) {
+    OneElement straight({{0, 0, 0}, {1, 0, 0}, {3, 0, 0}});
+    EXPECT_FALSE(straight.impl->is_element_valid(0));
+    const double below = 0.999 * 3.141592653589793 / 180.0;
+    OneElement justBelow({{0, 0, 0}, {1, 0, 0}, {std::cos(below), std::sin(below), 0}});
+    EXPECT_FALSE(justBelow.impl->is_element_valid(0));
+    const double above = 1.001 * 3.141592653589793 / 180.0;
+    OneElement justAbove({{0, 0, 0}, {1, 0, 0}, {std::cos(above), std::sin(above), 0}});
+    EXPECT_TRUE(justAbove.impl->is_element_valid(0));
 }
 
 TEST(AdaptivityImplValidity, TheThinCornerIsFoundAtEveryCornerOfATriangle) {

@@ -15,6 +15,9 @@ using testing::SetArgReferee;
 
 namespace {
 
+// The bridge as tests hold it: its destructor gives nodes that no run prepared the normals
+// the engine expects, so that an object whose Init or Run failed can be destroyed. The bridge
+// itself does not do this (see the death tests below).
 class ExposedImpl : public CAdaptivityImpl {
 public:
     using CAdaptivityImpl::CAdaptivityImpl;
@@ -23,6 +26,9 @@ public:
 };
 
 const char* const kNegativeCast = "overflow - casting negative value to unsigned";
+// The engine's report when it is destroyed with nodes that no run prepared.
+const char* const kInternalError =
+    "ERROR:  za ktery muze autor teto sqele utility, bezte ho vytahat za usi";
 
 // Two slabs: a 2 x 1 quadrilateral grid (slab 0) and, beside it, two triangles (slab 1).
 FakeModel TwoSlabs() {
@@ -158,6 +164,41 @@ TEST(AdaptivityImplSetup, ASlabRangeBeyondTheElementsCountedSoFarIsRefused) {
     }
 }
 
+// Decision: ranges that overlap leave elements that no slab claims; such an element is
+// refused with its (one-based) number instead of being read from outside the map.
+TEST(AdaptivityImplSetup, AnElementThatNoSlabClaimsIsRefused) {
+    FakeModel model = GridModel(3, 1, false);
+    model.slabs = 2;
+    NiceMock<MockResultsAPI> api;
+    ServeModel(api, model);
+    ON_CALL(api, GetElementsOnSlab(0, _)).WillByDefault(DoAll(SetArgReferee<1>(2UL), Return(0UL)));
+    ON_CALL(api, GetElementsOnSlab(1, _)).WillByDefault(DoAll(SetArgReferee<1>(1UL), Return(0UL)));
+    ExposedImpl impl(api, 0.05);
+    try {
+        impl.Init();
+        ADD_FAILURE() << "no exception";
+    } catch (const std::out_of_range& e) {
+        EXPECT_STREQ(e.what(), "element 3 belongs to no slab");
+    }
+}
+
+// Decision: the engine counts in 32 bits; a host count beyond that is refused before anything
+// is allocated.
+TEST(AdaptivityImplSetup, ACountBeyondThirtyTwoBitsIsRefused) {
+    NiceMock<MockResultsAPI> api;
+    ON_CALL(api, GetNoOfNodes()).WillByDefault(Return(1UL << 31));
+    ON_CALL(api, GetNoOfSlabs()).WillByDefault(Return(1UL));
+    EXPECT_CALL(api, GetElementsOnSlab).Times(0);
+    CAdaptivityImpl impl(api, 0.05);
+    try {
+        impl.Init();
+        ADD_FAILURE() << "no exception";
+    } catch (const std::range_error& e) {
+        EXPECT_STREQ(e.what(), "count 2147483648 exceeds the estimator's 32-bit range");
+    }
+    EXPECT_EQ(impl.nodes, nullptr);
+}
+
 TEST(AdaptivityImplSetup, ANodeOfNoElementKeepsAnEmptyList) {
     FakeModel model = GridModel(1, 1, false);
     model.nodes.emplace_back(9.0, 9.0, 0.0);
@@ -215,26 +256,66 @@ TEST(AdaptivityImplSetup, NegativeSlabAndElementCountsStopInitWithARangeError) {
     }
 }
 
-// A negative count after the engine's tables exist still reaches the caller as an exception,
-// and the object is destroyed quietly (the engine would otherwise end the process).
-TEST(AdaptivityImplSetup, ANegativePointCountAfterTheTablesExistIsAQuietFailure) {
+// A negative count after the engine's tables exist reaches the caller as the range error.
+TEST(AdaptivityImplSetup, ANegativePointCountAfterTheTablesExistReachesTheCaller) {
     FakeModel model = GridModel(2, 1, false);
     NiceMock<MockResultsAPI> api;
     ServeModel(api, model);
     ON_CALL(api, GetCountOfIntegrationPoints(1))
         .WillByDefault(Return(static_cast<unsigned long>(-1)));
-    auto impl = std::make_unique<CAdaptivityImpl>(api, 0.05);
-    EXPECT_THROW(impl->Init(), std::range_error);
-    impl.reset();
+    ExposedImpl impl(api, 0.05);
+    try {
+        impl.Init();
+        ADD_FAILURE() << "no exception";
+    } catch (const std::range_error& e) {
+        EXPECT_STREQ(e.what(), kNegativeCast);
+    }
+    EXPECT_EQ(impl.n_nodes, 6); // the tables were made before the failure
 }
 
-TEST(AdaptivityImplSetup, AHostErrorWhileCopyingTheMeshReachesTheCallerAndTheObjectDiesQuietly) {
+TEST(AdaptivityImplSetup, AHostErrorWhileCopyingTheMeshReachesTheCallerUnchanged) {
     FakeModel model = GridModel(2, 1, false);
     NiceMock<MockResultsAPI> api;
     ServeModel(api, model);
     ON_CALL(api, GetNodesOnElement(1, _)).WillByDefault(testing::Throw(std::runtime_error("host")));
+    ExposedImpl impl(api, 0.05);
+    try {
+        impl.Init();
+        ADD_FAILURE() << "no exception";
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "host");
+    }
+}
+
+// Init leaves nothing tidied after a failure: once the node table exists, destroying the
+// object ends the process with the engine's internal-error report.
+TEST(AdaptivityImplSetupDeathTest, DestroyingAfterAnInitFailureOnceTheNodesExistEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            FakeModel model = GridModel(2, 1, false);
+            NiceMock<MockResultsAPI> api;
+            ServeModel(api, model);
+            ON_CALL(api, GetNodesOnElement(1, _))
+                .WillByDefault(testing::Throw(std::runtime_error("host")));
+            auto* impl = new CAdaptivityImpl(api, 0.05);
+            try {
+                impl->Init();
+            } catch (const std::runtime_error&) {
+            }
+            delete impl;
+        },
+        kInternalError);
+}
+
+// Before the node table exists there is nothing the engine could object to.
+TEST(AdaptivityImplSetup, AnInitFailureBeforeTheNodeTableExistsLeavesADestroyableObject) {
+    NiceMock<MockResultsAPI> api;
+    ON_CALL(api, GetNoOfNodes()).WillByDefault(Return(4UL));
+    ON_CALL(api, GetNoOfSlabs()).WillByDefault(Return(static_cast<unsigned long>(-1)));
     auto impl = std::make_unique<CAdaptivityImpl>(api, 0.05);
-    EXPECT_THROW(impl->Init(), std::runtime_error);
+    EXPECT_THROW(impl->Init(), std::range_error);
+    EXPECT_EQ(impl->nodes, nullptr);
     impl.reset();
 }
 
@@ -244,7 +325,7 @@ TEST(AdaptivityImplSetup, AnElementReferringToAMissingNodeIsRefused) {
     ServeModel(api, model);
     ON_CALL(api, GetNodesOnElement(0, _))
         .WillByDefault(testing::SetArgReferee<1>(std::vector<unsigned long>{0, 1, 3, 4}));
-    CAdaptivityImpl impl(api, 0.05);
+    ExposedImpl impl(api, 0.05);
     try {
         impl.Init();
         ADD_FAILURE() << "no exception";
@@ -259,59 +340,72 @@ TEST(AdaptivityImplSetup, AnElementWithFewerListedNodesThanItsCountIsRefused) {
     ServeModel(api, model);
     ON_CALL(api, GetNodesOnElement(0, _))
         .WillByDefault(testing::SetArgReferee<1>(std::vector<unsigned long>{0, 1, 3}));
-    CAdaptivityImpl impl(api, 0.05);
+    ExposedImpl impl(api, 0.05);
     EXPECT_THROW(impl.Init(), std::out_of_range);
 }
 
-// Decision: a node of more than 64 elements (the engine's list buffers hold 64) is refused by
-// Init with its (one-based) node number; the object is then destroyed quietly.
-TEST(AdaptivityImplSetup, ANodeOfMoreThan64ElementsIsRefusedWithItsNumber) {
-    // A fan of 70 triangles around node 1 (index 0).
+namespace {
+
+// A fan of `count` triangles around node 1 (index 0).
+FakeModel FanModel(int count) {
     FakeModel model;
     model.nodes.emplace_back(0.0, 0.0, 0.0);
-    const int fan = 70;
-    for (int k = 0; k < fan; ++k) {
-        const double a = 2 * 3.141592653589793 * k / fan;
+    for (int k = 0; k < count; ++k) {
+        const double a = 2 * 3.141592653589793 * k / count;
         model.nodes.emplace_back(std::cos(a), std::sin(a), 0.0);
     }
-    for (int k = 0; k < fan; ++k) {
+    for (int k = 0; k < count; ++k) {
         FakeElement e;
         e.nodes = {0, static_cast<unsigned long>(1 + k),
-                   static_cast<unsigned long>(1 + (k + 1) % fan)};
+                   static_cast<unsigned long>(1 + (k + 1) % count)};
         e.points = IntegrationPoints(
             {model.nodes[e.nodes[0]], model.nodes[e.nodes[1]], model.nodes[e.nodes[2]]});
         model.elements.push_back(e);
     }
     FillValues(model, LinearField);
+    return model;
+}
+
+} // namespace
+
+// Decision: a node of more than 64 elements (the engine's list buffers hold 64) is refused by
+// Init with its (one-based) node number. The count is known only once the mesh is copied, so
+// the refusal comes after the engine's tables exist.
+TEST(AdaptivityImplSetup, ANodeOfMoreThan64ElementsIsRefusedWithItsNumber) {
+    const FakeModel model = FanModel(70);
     NiceMock<MockResultsAPI> api;
     ServeModel(api, model);
-    auto impl = std::make_unique<CAdaptivityImpl>(api, 0.05);
+    ExposedImpl impl(api, 0.05);
     try {
-        impl->Init();
+        impl.Init();
         ADD_FAILURE() << "no exception";
     } catch (const std::length_error& e) {
         EXPECT_STREQ(e.what(), "node 1 belongs to 70 elements; the estimator takes at most 64");
     }
-    impl.reset();
+    EXPECT_EQ(impl.n_nodes, 71);
+}
+
+// The refusal is an Init failure like any other: the object that made it cannot be destroyed
+// without ending the process.
+TEST(AdaptivityImplSetupDeathTest, DestroyingAfterRefusingABusyNodeEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            const FakeModel model = FanModel(70);
+            NiceMock<MockResultsAPI> api;
+            ServeModel(api, model);
+            auto* impl = new CAdaptivityImpl(api, 0.05);
+            try {
+                impl->Init();
+            } catch (const std::length_error&) {
+            }
+            delete impl;
+        },
+        kInternalError);
 }
 
 TEST(AdaptivityImplSetup, SixtyFourElementsAtANodeAreAccepted) {
-    FakeModel model;
-    model.nodes.emplace_back(0.0, 0.0, 0.0);
-    const int fan = 64;
-    for (int k = 0; k < fan; ++k) {
-        const double a = 2 * 3.141592653589793 * k / fan;
-        model.nodes.emplace_back(std::cos(a), std::sin(a), 0.0);
-    }
-    for (int k = 0; k < fan; ++k) {
-        FakeElement e;
-        e.nodes = {0, static_cast<unsigned long>(1 + k),
-                   static_cast<unsigned long>(1 + (k + 1) % fan)};
-        e.points = IntegrationPoints(
-            {model.nodes[e.nodes[0]], model.nodes[e.nodes[1]], model.nodes[e.nodes[2]]});
-        model.elements.push_back(e);
-    }
-    FillValues(model, LinearField);
+    const FakeModel model = FanModel(64);
     NiceMock<MockResultsAPI> api;
     ServeModel(api, model);
     ExposedImpl impl(api, 0.05);
@@ -411,19 +505,61 @@ TEST(AdaptivityImplRun, TheTargetErrorReachesTheSizing) {
     }
 }
 
-TEST(AdaptivityImplRun, AFailedRunLeavesAnObjectThatDiesQuietly) {
-    FakeModel model = GridModel(2, 2, false);
-    NiceMock<MockResultsAPI> api;
-    ServeModel(api, model);
-    // A five-node element stops the engine while it prepares the first region, before it has
-    // set up any node.
+namespace {
+
+// A five-node element stops the engine while it prepares the first region, before it has set
+// up any node.
+void ServeAFiveNodeElement(NiceMock<MockResultsAPI>& api) {
     ON_CALL(api, GetCountOfDefNodes(0)).WillByDefault(Return(5UL));
     ON_CALL(api, GetNodesOnElement(0, _))
         .WillByDefault(SetArgReferee<1>(std::vector<unsigned long>{0, 1, 4, 3, 1}));
+}
+
+} // namespace
+
+TEST(AdaptivityImplRun, AFailedRunReachesTheCallerAndKeepsTheGlobalErrorZero) {
+    FakeModel model = GridModel(2, 2, false);
+    NiceMock<MockResultsAPI> api;
+    ServeModel(api, model);
+    ServeAFiveNodeElement(api);
+    ExposedImpl impl(api, 0.05);
+    impl.Init();
+    EXPECT_THROW(impl.Run(), int); // the engine's fatal report
+    EXPECT_EQ(impl.GetGlobalError(), 0.0);
+}
+
+TEST(AdaptivityImplRunDeathTest, DestroyingAfterARunStoppedBeforeTheFirstRegionEndsTheProcess) {
+    GTEST_FLAG_SET(death_test_style, "threadsafe");
+    EXPECT_DEATH(
+        {
+            FakeModel model = GridModel(2, 2, false);
+            NiceMock<MockResultsAPI> api;
+            ServeModel(api, model);
+            ServeAFiveNodeElement(api);
+            auto* impl = new CAdaptivityImpl(api, 0.05);
+            impl->Init();
+            try {
+                impl->Run();
+            } catch (int) {
+            }
+            delete impl;
+        },
+        kInternalError);
+}
+
+// A run that fails once the first region is prepared leaves every node with its normals:
+// the object is destroyed as after a successful run.
+TEST(AdaptivityImplRun, ARunThatFailsAfterTheFirstRegionIsPreparedLeavesADestroyableObject) {
+    FakeModel model = GridModel(2, 2, false);
+    NiceMock<MockResultsAPI> api;
+    ServeModel(api, model);
+    ON_CALL(api, GetIntegrationPointResults(3, _, _, _))
+        .WillByDefault(testing::Throw(std::runtime_error("unreadable point")));
     auto impl = std::make_unique<CAdaptivityImpl>(api, 0.05);
     impl->Init();
-    EXPECT_ANY_THROW(impl->Run());
-    EXPECT_EQ(impl->GetGlobalError(), 0.0);
+    EXPECT_THROW(impl->Run(), std::runtime_error);
+    for (std::int32_t n = 0; n < impl->n_nodes; ++n)
+        EXPECT_NE(impl->nodes[n].normals, nullptr) << "node " << n;
     impl.reset();
 }
 
