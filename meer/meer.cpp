@@ -218,16 +218,17 @@ void MEER::recover_nodal_values() {
             rows[r] = new Dvctr*[static_cast<std::size_t>(n_nodes)]();
         return rows;
     };
-    // A repeated run starts from fresh rows (the old ones are freed rather than leaked).
-    if (owns_values1_)
-        free_nodal_values(nodal_values1, n_regions);
-    if (owns_values2_)
-        free_nodal_values(nodal_values2, n_regions);
+    // A repeated run starts from fresh rows for each quantity it recovers (the old rows are
+    // freed rather than leaked); the rows of a quantity not in use stay as they were.
     if (ipv1_kind != 0) {
+        if (owns_values1_)
+            free_nodal_values(nodal_values1, n_regions);
         nodal_values1 = allocate();
         owns_values1_ = true;
     }
     if (ipv2_kind != 0) {
+        if (owns_values2_)
+            free_nodal_values(nodal_values2, n_regions);
         nodal_values2 = allocate();
         owns_values2_ = true;
     }

@@ -323,6 +323,43 @@ TEST(Sizing, ErrorFiguresFollowTheirFormulas) {
     }
 }
 
+TEST(Sizing, ErrorFiguresAreEvaluatedInTheirOwnOrder) {
+    // Values for which another order of the same operations rounds differently, so that
+    // the order itself is pinned (bit for bit).
+    TestMesh mesh = strip(3);
+    mesh.elements[1].area = 3.0;
+    Sizing s(std::move(mesh));
+    s.engine.thickness = 0.3;
+    const std::vector<double> error2 = {0.02, 0.08, 0.01};
+    const std::vector<double> norm2 = {1.0, 2.0, 0.5};
+    s.set(error2, norm2);
+    const double target = 0.05;
+    const double eta = s.engine.compute_refinement(target);
+    const double e2 = error2[0] + error2[1] + error2[2];
+    const double u2 = norm2[0] + norm2[1] + norm2[2];
+    EXPECT_EQ(eta, std::sqrt(e2 / (e2 + u2)));
+    const double m = std::sqrt((u2 + e2) / 3.0);
+    const double em = (1.0 * target) * std::sqrt((u2 + e2) / 3.0);
+    const double areas[3] = {1.0, 3.0, 1.0};
+    for (std::size_t e = 0; e < 3; ++e) {
+        const auto i = static_cast<std::int32_t>(e);
+        const double err = error2[e];
+        EXPECT_EQ(s.engine.give_elem_local_error()[i], std::sqrt(err / (norm2[e] + err)) * 100);
+        EXPECT_EQ(s.engine.give_elem_global_error()[i], std::sqrt(err) / m * 100);
+        // Divided by the area first, then by the full thickness.
+        EXPECT_EQ(s.engine.give_elem_error_density()[i], err / areas[e] / 0.3);
+        double xi = std::sqrt(err) / em;
+        if (1 / 2.0 > xi)
+            xi = 1 / 2.0;
+        if (xi > 1 / 0.25)
+            xi = 1 / 0.25;
+        EXPECT_EQ(s.engine.give_elem_new_size()[i], std::sqrt(areas[e]) / xi);
+    }
+    // The other order would have shown.
+    ASSERT_NE(error2[1] / areas[1] / 0.3, error2[1] / (areas[1] * 0.3));
+    EXPECT_NE(s.engine.give_elem_error_density()[1], error2[1] / (areas[1] * 0.3));
+}
+
 TEST(Sizing, ModelWithoutAnyNormOrErrorGivesNotANumber) {
     Sizing s(strip(2));
     s.set({0.0, 0.0}, {0.0, 0.0});

@@ -236,9 +236,19 @@ TEST(EngineModel, RepeatedRunStartsFromFreshNodalValues) {
     const double second = engine.estimate(0.05);
     EXPECT_EQ(first, second);
     EXPECT_EQ((*engine.nodal(1, 0, 4))[3], value);
+    // A run that does not recover quantity 2 leaves its rows as the earlier run left them:
+    // only the rows of the quantities in use are allocated afresh.
+    Dvctr*** rows2 = engine.nodal_values2;
+    const double force = (*engine.nodal(2, 0, 4))[3];
     engine.enorm = 4;
     engine.estimate(0.05);
-    EXPECT_EQ(engine.nodal_values2, nullptr);
+    EXPECT_EQ(engine.nodal_values2, rows2);
+    ASSERT_NE(engine.nodal(2, 0, 4), nullptr);
+    EXPECT_EQ((*engine.nodal(2, 0, 4))[3], force);
+    // Quantity 1 now holds the forces.
+    double expected[8];
+    linear_field(2, engine.mesh.nodes[4], expected);
+    EXPECT_TRUE(near((*engine.nodal(1, 0, 4))[3], expected[3], 1e-12));
 }
 
 TEST(EngineModel, EstimateReturnsTheGlobalRelativeError) {

@@ -77,6 +77,22 @@ double reference_fit(const TestEngine& engine, const std::vector<std::int32_t>& 
     return coef[0] + coef[1] * q[0] + coef[2] * q[1];
 }
 
+// The node's stored normal of region 0 is exactly the sum of its elements' normals (a corner
+// node's sum, one element's normal, is far from unit length).
+void expect_summed_normal(const TestEngine& engine, std::int32_t n) {
+    const NODE& node = engine.nodes[n];
+    ASSERT_NE(node.normals[0], nullptr);
+    VectoR sum;
+    for (std::int32_t i = 0; i < node.elems.size(); ++i)
+        sum.add(*engine.elements[node.elems[i]].normal);
+    EXPECT_EQ(node.normals[0]->x, sum.x) << "node " << n;
+    EXPECT_EQ(node.normals[0]->y, sum.y) << "node " << n;
+    EXPECT_EQ(node.normals[0]->z, sum.z) << "node " << n;
+    if (node.elems.size() == 1) {
+        EXPECT_LT(node.normals[0]->length(), 0.5) << "node " << n;
+    }
+}
+
 // Index of the grid node (i, j) of a single add_grid call on an empty mesh.
 std::int32_t grid_node(int nx, int i, int j) {
     return j * (nx + 1) + i;
@@ -126,7 +142,7 @@ TEST(Recovery, NormalAlongXGivesTheYZFrame) {
         ASSERT_NE(engine.nodes[n].normals[0], nullptr) << "node " << n;
         expect_frame(engine.nodes[n].frame, {0, 1, 0, 0, 0, 1, 1, 0, 0});
         // This branch keeps the summed normal as it is (not normalised).
-        EXPECT_GT(std::fabs(engine.nodes[n].normals[0]->x), 0.0);
+        expect_summed_normal(engine, n);
     }
     expect_exact_values(engine, 0);
 }
@@ -140,6 +156,7 @@ TEST(Recovery, NormalAlongYGivesTheZXFrame) {
     for (std::int32_t n = 0; n < engine.n_nodes; ++n) {
         ASSERT_NE(engine.nodes[n].normals[0], nullptr);
         expect_frame(engine.nodes[n].frame, {0, 0, 1, 1, 0, 0, 0, 1, 0});
+        expect_summed_normal(engine, n);
     }
     expect_exact_values(engine, 0);
 }
@@ -371,6 +388,54 @@ TEST(Recovery, SingularPatchOfALoneInvalidElementTakesTheElementMean) {
                 EXPECT_TRUE(near((*v)[k], mean[k] / 3.0, 1e-14));
         }
     }
+}
+
+TEST(Recovery, ElementMeanOfASingularLonePatchGoesToItsCentreOnly) {
+    // The apex of a triangle hung on a quad grid lies in that triangle alone; the triangle is
+    // invalid and its sampling points are collinear. The apex's patch also holds the two
+    // base nodes (both on the boundary), but the element mean goes to the apex alone.
+    TestMesh mesh = grid_with_hanging_triangle(3);
+    const std::int32_t apex = 9;
+    const auto t = static_cast<std::int32_t>(mesh.elements.size() - 1);
+    mesh.elements.back().valid = false;
+    TestEngine engine(std::move(mesh), nonlinear_field);
+    engine.ip1_positions[t] = {{0.2, -0.1, 0}, {0.25, -0.2, 0}, {0.3, -0.3, 0}};
+    engine.initialize();
+    engine.prepare_region(0);
+    ASSERT_EQ(engine.nodes[apex].kind, 1);
+    ASSERT_EQ(engine.nodes[apex].boundary, 3);
+    std::vector<NODE*> patch;
+    engine.assemble_patch(engine.nodes[apex], patch);
+    ASSERT_EQ(patch.size(), 3u);
+    EXPECT_EQ(patch.front(), &engine.nodes[apex]);
+
+    double mean[8] = {};
+    for (const Vec3& p : engine.ip1_positions[t]) {
+        double v[8];
+        nonlinear_field(2, p, v);
+        for (int k = 0; k < 8; ++k)
+            mean[k] += v[k];
+    }
+    std::vector<Dvctr*> values(static_cast<std::size_t>(engine.n_nodes), nullptr);
+    Lvctr counter(engine.n_nodes);
+    counter[apex] = 7; // reset when the apex's vector is created
+    engine.fit_patch(0, patch, MEER_IPV_FORCES, values.data(), counter);
+    EXPECT_EQ(engine.validity_calls, 1);
+    for (std::int32_t n = 0; n < engine.n_nodes; ++n) {
+        if (n == apex)
+            continue;
+        EXPECT_EQ(values[static_cast<std::size_t>(n)], nullptr) << "node " << n;
+        EXPECT_EQ(counter[n], 0) << "node " << n;
+    }
+    ASSERT_NE(values[apex], nullptr);
+    EXPECT_EQ(counter[apex], 1);
+    for (int k = 0; k < 8; ++k)
+        EXPECT_TRUE(near((*values[apex])[k], mean[k] / 3.0, 1e-15));
+    // A second contribution is added to the existing vector, the counter goes on.
+    engine.fit_patch(0, patch, MEER_IPV_FORCES, values.data(), counter);
+    EXPECT_EQ(counter[apex], 2);
+    for (int k = 0; k < 8; ++k)
+        EXPECT_TRUE(near((*values[apex])[k], 2.0 * mean[k] / 3.0, 1e-15));
 }
 
 TEST(Recovery, SingularPatchOfAValidElementStopsWithTheZeroBasedNode) {
