@@ -3,9 +3,18 @@
 #include "host/outcome/gar.h"
 
 #include <fstream>
+#include <mutex>
 #include <stdexcept>
 
 namespace {
+
+std::mutex g_initHookMutex;
+host::outcome::InitFaultHook g_initFaultHook;
+
+host::outcome::InitFaultHook currentInitFaultHook() {
+    std::lock_guard lock(g_initHookMutex);
+    return g_initFaultHook;
+}
 
 std::logic_error notOpen() { return std::logic_error("the result store has not been opened (Init)"); }
 
@@ -61,6 +70,12 @@ int CKQ_FemResultsAPI::Init(Outcome64Enums::eSolverType solverType, Outcome64Enu
     m_solverLink.reset();
     m_lastError.Empty();
     m_solverType = solverType;
+    if (const auto hook = currentInitFaultHook()) {
+        if (const int code = hook(m_source); code != eIR_OK) {
+            m_lastError.Format(L"Init failed with the injected code %d", code);
+            return code;
+        }
+    }
     if (m_source.IsEmpty()) {
         m_lastError = L"no project path was given (SetSource)";
         return eIR_NoSource;
@@ -238,3 +253,13 @@ std::shared_ptr<CKQ_Result> CKQ_ResultsAPI::LoadStoredResult(const CKQ_ResultKey
     auto stored = store.Load(key);
     return stored ? std::make_shared<CKQ_Result>(std::move(*stored)) : nullptr;
 }
+
+namespace host::outcome {
+
+InitFaultHook SetInitFaultHook(InitFaultHook hook) {
+    std::lock_guard lock(g_initHookMutex);
+    std::swap(g_initFaultHook, hook);
+    return hook;
+}
+
+} // namespace host::outcome

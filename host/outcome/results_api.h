@@ -17,6 +17,7 @@
 #include "host/outcome/solver_link.h"
 #include "host/shapekit/point3d.h"
 
+#include <functional>
 #include <memory>
 #include <optional>
 #include <string>
@@ -123,3 +124,27 @@ public:
     std::vector<CKQ_ResultKey> GetStoredResultKeys() const;
     std::shared_ptr<CKQ_Result> LoadStoredResult(const CKQ_ResultKey& key) const; // null if none
 };
+
+namespace host::outcome {
+
+// A test seam: asked by CKQ_FemResultsAPI::Init before anything else, with the project path
+// given to SetSource. It returns 0 to let Init run, or a code that Init answers at once as if
+// the host had failed with it: the store stays closed, without solver link, and
+// GetLastErrorMessage names the code. An empty hook removes it. The hook is the whole
+// process's; SetInitFaultHook returns the previous one.
+using InitFaultHook = std::function<int(const CString& projectPath)>;
+InitFaultHook SetInitFaultHook(InitFaultHook hook);
+
+// Installs an Init fault hook for the lifetime of the object and puts the previous one back.
+class ScopedInitFaultHook {
+public:
+    explicit ScopedInitFaultHook(InitFaultHook hook) : m_previous(SetInitFaultHook(std::move(hook))) {}
+    ~ScopedInitFaultHook() { SetInitFaultHook(std::move(m_previous)); }
+    ScopedInitFaultHook(const ScopedInitFaultHook&) = delete;
+    ScopedInitFaultHook& operator=(const ScopedInitFaultHook&) = delete;
+
+private:
+    InitFaultHook m_previous;
+};
+
+} // namespace host::outcome

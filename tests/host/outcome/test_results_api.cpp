@@ -310,6 +310,46 @@ TEST_F(ResultsApiTest, OperationsCanBeOverridden) {
     EXPECT_EQ(store.Init(eST_Default, eMT_Analysis, true, 0), 5);
 }
 
+TEST_F(ResultsApiTest, InitFaultHookMakesInitAnswerItsCode) {
+    MakeProject();
+    std::vector<CString> asked;
+    {
+        host::outcome::ScopedInitFaultHook hook([&](const CString& path) {
+            asked.push_back(path);
+            return 5;
+        });
+        CKQ_ResultsAPI store;
+        EXPECT_EQ(Open(store), 5);
+        EXPECT_FALSE(store.IsOpen());
+        EXPECT_EQ(store.GetSolverLink(), nullptr);
+        EXPECT_THAT(store.GetLastErrorMessage().ToUtf8(), HasSubstr("5"));
+        EXPECT_THROW(store.GetNoOfNodes(), std::logic_error);
+        // A store opened before answers the code too, and is closed by it.
+        CKQ_ResultsAPI opened;
+        {
+            host::outcome::ScopedInitFaultHook letRun([](const CString&) { return 0; });
+            ASSERT_EQ(Open(opened), 0);
+        }
+        EXPECT_EQ(Open(opened), 5);
+        EXPECT_FALSE(opened.IsOpen());
+    }
+    ASSERT_EQ(asked.size(), 2u);
+    EXPECT_EQ(asked[0], CString(Project().string()));
+    // Removed with its scope: Init runs again.
+    CKQ_ResultsAPI store;
+    EXPECT_EQ(Open(store), 0);
+    EXPECT_NE(store.GetSolverLink(), nullptr);
+}
+
+TEST_F(ResultsApiTest, InitFaultHookAnsweringZeroLetsInitRun) {
+    host::outcome::ScopedInitFaultHook hook([](const CString&) { return 0; });
+    CKQ_ResultsAPI store;
+    EXPECT_EQ(Open(store), CKQ_FemResultsAPI::eIR_MeshNotFound); // Init's own answer
+    MakeProject();
+    EXPECT_EQ(Open(store), 0);
+    EXPECT_TRUE(store.IsOpen());
+}
+
 TEST(SolverLinkTest, BuiltByHand) {
     CKQ_SolverLinkMock link;
     EXPECT_EQ(link.GetMaxSlabMacroID(), 0);
