@@ -143,6 +143,25 @@ TEST(ResultsApiInit, HostErrorCodesPassUnchanged) {
     }
 }
 
+TEST(ResultsApiInit, AnyHostErrorCodeIsReturnedAsItIs) {
+    ScratchDir dir;
+    WriteBytes(dir / "grid.msh", c_gridMesh);
+    WriteBytes(dir / "grid.toml", c_gridToml);
+    for (int code : {5, -1, 42, -7}) {
+        CString asked;
+        host::outcome::ScopedInitFaultHook hook([code, &asked](const CString& path) {
+            asked = path;
+            return code;
+        });
+        CAdaptivityResultsAPIImpl api;
+        EXPECT_EQ(api.Init(dir.Project("grid"), 0, c_solver), code);
+        EXPECT_EQ(asked, dir.Project("grid")); // the path was set before the host's Init
+    }
+    // The same project opens once the host answers 0 again.
+    CAdaptivityResultsAPIImpl api;
+    EXPECT_EQ(api.Init(dir.Project("grid"), 0, c_solver), 0);
+}
+
 TEST(ResultsApiInit, SourceFlagAndSolverTypeReachTheStore) {
     ScratchDir dir;
     WriteBytes(dir / "grid.msh", c_gridMesh);

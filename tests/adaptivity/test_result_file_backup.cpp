@@ -12,6 +12,7 @@
 #include <fstream>
 #include <map>
 #include <thread>
+#include <vector>
 
 using slabadapt::test::ReadBytes;
 using slabadapt::test::ScratchDir;
@@ -193,6 +194,46 @@ TEST_F(ResultFileBackup, RoundTripKeepsTheResults) {
     ASSERT_TRUE(CAdaptiveMeshData::RestoreGARFileFromBackup(project));
     EXPECT_EQ(ReadBytes(gar), "before the run");
     EXPECT_FALSE(fs::exists(backup));
+}
+
+// The file services in the order the operations call them, each with its (first) file.
+class ScopedServiceLog {
+public:
+    ScopedServiceLog()
+        : m_hook([this](FileOperation op, const fs::path& path) -> DWORD {
+              const char* name = op == FileOperation::Delete ? "delete " : op == FileOperation::Copy ? "copy " : "exists ";
+              m_calls.push_back(name + path.filename().string());
+              return ERROR_SUCCESS;
+          }) {}
+    const std::vector<std::string>& Calls() const { return m_calls; }
+
+private:
+    std::vector<std::string> m_calls;
+    ScopedFileFaultHook m_hook;
+};
+
+TEST_F(ResultFileBackup, BackupDeletesTheOldBackupThenTestsThenCopies) {
+    WriteBytes(gar, "r");
+    WriteBytes(backup, "old");
+    ScopedServiceLog log;
+    CString backupPath;
+    ASSERT_TRUE(CAdaptiveMeshData::CreateGARFileBackup(project, backupPath));
+    EXPECT_EQ(log.Calls(), (std::vector<std::string>{"delete backup_m1.GAR", "exists m1.GAR", "copy m1.GAR"}));
+}
+
+TEST_F(ResultFileBackup, RestoreDeletesTheResultFileFirstAndTheBackupLast) {
+    WriteBytes(gar, "r");
+    WriteBytes(backup, "b");
+    {
+        ScopedServiceLog log;
+        ASSERT_TRUE(CAdaptiveMeshData::RestoreGARFileFromBackup(project));
+        EXPECT_EQ(log.Calls(), (std::vector<std::string>{"delete m1.GAR", "exists backup_m1.GAR",
+                                                          "copy backup_m1.GAR", "delete backup_m1.GAR"}));
+    }
+    fs::remove(backup);
+    ScopedServiceLog log;
+    EXPECT_FALSE(CAdaptiveMeshData::RestoreGARFileFromBackup(project));
+    EXPECT_EQ(log.Calls(), (std::vector<std::string>{"delete m1.GAR", "exists backup_m1.GAR"}));
 }
 
 // ---------------------------------------------------------------------------------------------

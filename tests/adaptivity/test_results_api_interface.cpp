@@ -6,6 +6,8 @@
 
 #include <gtest/gtest.h>
 
+#include <cstdint>
+#include <cstring>
 #include <memory>
 #include <type_traits>
 
@@ -22,6 +24,29 @@ static_assert(std::is_copy_assignable_v<CAdaptivityResultsAPIImpl>);
 namespace {
 
 int g_destroyed = 0;
+
+// The table slot of a virtual operation, read from its member pointer as the Itanium C++ ABI
+// lays it out (x86: 1 + byte offset in the pointer; ARM: byte offset, virtual bit in the
+// adjustment); -1 for a non-virtual one.
+template <class F>
+std::ptrdiff_t SlotOf(F operation) {
+    struct Raw {
+        std::uintptr_t ptr;
+        std::ptrdiff_t adj;
+    };
+    static_assert(sizeof(F) == sizeof(Raw));
+    Raw raw;
+    std::memcpy(&raw, &operation, sizeof raw);
+#if defined(__arm__) || defined(__aarch64__)
+    if ((raw.adj & 1) == 0)
+        return -1;
+    return static_cast<std::ptrdiff_t>(raw.ptr / sizeof(void*));
+#else
+    if ((raw.ptr & 1) == 0)
+        return -1;
+    return static_cast<std::ptrdiff_t>((raw.ptr - 1) / sizeof(void*));
+#endif
+}
 
 // Fills all 25 operations; its destructor runs the interface's own.
 class MinimalApi : public IAdaptivityResultsAPI {
@@ -97,4 +122,101 @@ TEST(ResultsApiInterface, ImplementationCopiesCarryTheOpenedStore) {
         EXPECT_EQ(each->GetNoOfSlabs(), 1u);
         EXPECT_EQ(each->NodeCoords(2), CKQPoint3D(0, 1, 0));
     }
+}
+
+// The host calls the module through the table, so the order of the operations is part of the
+// binary interface: the destructor first (two entries in this ABI, complete and deleting), then
+// the 25 operations in their fixed order; the implementation overrides them in the same slots.
+TEST(ResultsApiInterface, OperationsOccupyTheirSlotsInOrder) {
+    using I = IAdaptivityResultsAPI;
+    using C = CAdaptivityResultsAPIImpl;
+    const std::ptrdiff_t first = 2; // behind the two destructor entries
+    const std::ptrdiff_t slots[] = {
+        SlotOf(&I::Init),
+        SlotOf(&I::SerializeSolverLink),
+        SlotOf(&I::PrepareAdaptiveMeshData),
+        SlotOf(&I::ClearAdaptiveMeshData),
+        SlotOf(&I::GetNoOfNodes),
+        SlotOf(&I::GetNoOfSlabs),
+        SlotOf(&I::GetElementsOnSlab),
+        SlotOf(&I::GetNodesOnElement),
+        SlotOf(&I::NodeCoords),
+        SlotOf(&I::GetIntegrationPointResults),
+        SlotOf(&I::GetIntegrationPointGlobalCoords),
+        SlotOf(&I::GetIntegrationPointLocalCoords),
+        SlotOf(&I::WriteMeshRefinement),
+        SlotOf(&I::StoreMeshErrorAndRefinementInResults),
+        SlotOf(&I::GetElementArea),
+        SlotOf(&I::GetElementThickness),
+        SlotOf(&I::GetElementThicknessReduced),
+        SlotOf(&I::GetElementType),
+        SlotOf(&I::GetCountOfDefNodes),
+        SlotOf(&I::GetCountOfIntegrationPoints),
+        SlotOf(&I::GetCountOfResults),
+        SlotOf(&I::GetIntegrationPointWeight),
+        SlotOf(&I::GetCountOfLoadCases),
+        SlotOf(&I::GetLoadCaseIndex),
+        SlotOf(&I::DeleteResultFiles),
+    };
+    ASSERT_EQ(std::size(slots), 25u);
+    for (std::size_t k = 0; k < std::size(slots); ++k)
+        EXPECT_EQ(slots[k], first + static_cast<std::ptrdiff_t>(k)) << "operation " << k + 1;
+
+    const std::ptrdiff_t implementation[] = {
+        SlotOf(&C::Init),
+        SlotOf(&C::SerializeSolverLink),
+        SlotOf(&C::PrepareAdaptiveMeshData),
+        SlotOf(&C::ClearAdaptiveMeshData),
+        SlotOf(&C::GetNoOfNodes),
+        SlotOf(&C::GetNoOfSlabs),
+        SlotOf(&C::GetElementsOnSlab),
+        SlotOf(&C::GetNodesOnElement),
+        SlotOf(&C::NodeCoords),
+        SlotOf(&C::GetIntegrationPointResults),
+        SlotOf(&C::GetIntegrationPointGlobalCoords),
+        SlotOf(&C::GetIntegrationPointLocalCoords),
+        SlotOf(&C::WriteMeshRefinement),
+        SlotOf(&C::StoreMeshErrorAndRefinementInResults),
+        SlotOf(&C::GetElementArea),
+        SlotOf(&C::GetElementThickness),
+        SlotOf(&C::GetElementThicknessReduced),
+        SlotOf(&C::GetElementType),
+        SlotOf(&C::GetCountOfDefNodes),
+        SlotOf(&C::GetCountOfIntegrationPoints),
+        SlotOf(&C::GetCountOfResults),
+        SlotOf(&C::GetIntegrationPointWeight),
+        SlotOf(&C::GetCountOfLoadCases),
+        SlotOf(&C::GetLoadCaseIndex),
+        SlotOf(&C::DeleteResultFiles),
+    };
+    for (std::size_t k = 0; k < std::size(implementation); ++k)
+        EXPECT_EQ(implementation[k], slots[k]) << "operation " << k + 1;
+}
+
+// Which operations are const is part of their signatures, and so of the interface.
+TEST(ResultsApiInterface, ConstOperationsAreTheQueriesOfTheMeshData) {
+    using I = IAdaptivityResultsAPI;
+    static_assert(std::is_same_v<decltype(&I::GetIntegrationPointResults),
+                                 void (I::*)(unsigned long, unsigned long, Outcome64Enums::eIntegrationPointDataType,
+                                             double*) const>);
+    static_assert(std::is_same_v<decltype(&I::GetIntegrationPointGlobalCoords),
+                                 CKQPoint3D (I::*)(unsigned long, unsigned long) const>);
+    static_assert(std::is_same_v<decltype(&I::GetIntegrationPointLocalCoords),
+                                 CKQPoint3D (I::*)(unsigned long, unsigned long) const>);
+    static_assert(std::is_same_v<decltype(&I::GetElementType),
+                                 Outcome64Enums::eElementType (I::*)(unsigned long) const>);
+    static_assert(std::is_same_v<decltype(&I::GetCountOfDefNodes), unsigned long (I::*)(unsigned long)>);
+    static_assert(std::is_same_v<decltype(&I::GetCountOfIntegrationPoints), unsigned long (I::*)(unsigned long) const>);
+    static_assert(std::is_same_v<decltype(&I::GetCountOfResults), unsigned long (I::*)() const>);
+    static_assert(std::is_same_v<decltype(&I::GetIntegrationPointWeight),
+                                 double (I::*)(unsigned long, unsigned long) const>);
+    static_assert(std::is_same_v<decltype(&I::GetCountOfLoadCases), unsigned long (I::*)() const>);
+    static_assert(std::is_same_v<decltype(&I::GetLoadCaseIndex), unsigned long (I::*)(unsigned long) const>);
+    static_assert(std::is_same_v<decltype(&I::GetElementArea), double (I::*)(unsigned long)>);
+    static_assert(std::is_same_v<decltype(&I::GetElementThickness), double (I::*)(unsigned long)>);
+    static_assert(std::is_same_v<decltype(&I::GetElementThicknessReduced), double (I::*)(unsigned long)>);
+    static_assert(std::is_same_v<decltype(&I::Init), int (I::*)(const CString&, unsigned char,
+                                                                   Outcome64Enums::eSolverType)>);
+    static_assert(std::is_same_v<decltype(&I::PrepareAdaptiveMeshData), bool (I::*)(const std::vector<long>&)>);
+    SUCCEED();
 }

@@ -205,6 +205,52 @@ TEST(IntegrationPointData, NarrowPathParsesExactlyAsTheRuntime) {
     }
 }
 
+// The forms the fast path leaves to the runtime or stops on early: hexadecimal numbers,
+// infinities and NaNs with blanks and signs in front, exponents far outside the range, the
+// longest digit runs a field holds, and text that ends a number part-way.
+TEST(IntegrationPointData, NarrowPathMatchesTheRuntimeOnUnusualForms) {
+    const std::vector<std::string> fields = {
+        "0x1.8p1", "  -0x.8p-2", "\t0X1F", "+0x", "0xg", "0x1p-1074", "0x1p1024", "00x10", "-00X1",
+        "0x1e3", "0x.p1", "infinity", "-infinit", "INFx", "+Inf", "\tinf", "nan(0x1f)", "NAN()",
+        "nan(", "-nan(abc)", "in", "n", "i", "-i", "+n", " \t-nan", "ix", "Nx",
+        "0e999999", "-0e-99999", "1e-99999", "1e+99999", "-1e999999999999", "00000000001e-3",
+        "0.00000000001e5", "9999999999999e9", "999999999999999", "99999999999999.",
+        "-.99999999999999", "1.797693134e308", "1.797693135e308", "2.4e-324", "2.5e-324",
+        "2.2250738585e-308", "4.94065645e-324", "1e-0000000000", "1e22", "1e-22", "123456789e-30",
+        "1E+", "e5", "+e5", "-.e", "1.2.3", "1e5e5", "1e+-5", "--1", " - 1", "1 ", "\r1", "\v-2.5",
+        "\f.5", "1\t2", "+.e1", "0.", "-0.", "0000000000000.0", "7e0000000000001"};
+    for (const auto& text : fields) {
+        const std::string line = std::string(16, ' ') + slabadapt::test::Field(text) + slabadapt::test::Field("-3.25");
+        CIntegrationPointData wide;
+        CIntegrationPointData narrow;
+        wide.ReadFromLine(CString(line), 0x1 | 0x2);
+        narrow.ReadFromLine(std::string_view(line), 0x1 | 0x2);
+        EXPECT_TRUE(slabadapt::test::SamePoint(wide, narrow)) << "field \"" << text << "\"";
+        EXPECT_EQ(std::signbit(wide.m_GlobalCoords.x), std::signbit(narrow.m_GlobalCoords.x))
+            << "field \"" << text << "\"";
+        EXPECT_EQ(narrow.m_GlobalCoords.y, -3.25) << "field \"" << text << "\"";
+    }
+}
+
+// The element number through the fast path and through _wtoi on the framework's line agree,
+// whatever the first eight characters hold.
+TEST(IntegrationPointData, ElementNumbersReadAsTheRuntimeReadsThem) {
+    slabadapt::test::ScratchDir dir;
+    const std::vector<std::string> heads = {
+        "       3", "      +3", "  \t   4", "\v 5", "00000006", "0007abc", "+ 8", "9.9", "1e3",
+        "0x10", "-0", "   -2", "", "  ", "3 4", "+", "-", "-99999999", " 2\r 3"};
+    std::vector<std::string> records;
+    for (const auto& head : heads)
+        records.push_back(slabadapt::test::Field(head, 8) + "       1" + slabadapt::test::Field("1.5"));
+    records.push_back("       9       1            2.5");
+    WriteBytes(StrintgFile(dir, 1), StrintgText({"mx"}, records));
+    CAdaptiveMeshData data;
+    CAdaptiveMeshData::IntegrationPointTable table;
+    ASSERT_TRUE(Access::ReadSTRINTGFile(data, dir.Project(), 1, table));
+    EXPECT_TRUE(SameTable(table, ReferenceRead(StrintgFile(dir, 1))));
+    EXPECT_EQ(table.size(), 9u);
+}
+
 TEST(IntegrationPointData, NarrowPathMatchesTheRuntimeOnRandomFields) {
     std::mt19937 rng(20240611);
     const std::string alphabet = "0123456789012345678901234567890123456789 .....eeEE+-+-xXinfa\t";
