@@ -15,6 +15,8 @@ namespace host::outcome {
 
 namespace {
 
+const char* const c_noPhysicalSurface = "the mesh has no physical surface; define each slab as a Physical Surface";
+
 std::string lineMessage(const std::filesystem::path& file, std::size_t line, const std::string& message) {
     std::string where = file.string();
     if (line > 0)
@@ -204,7 +206,8 @@ struct RawElement {
 
 class MshReader {
 public:
-    explicit MshReader(const std::filesystem::path& file) : m_in(file), m_file(file) {}
+    MshReader(const std::filesystem::path& file, EmptyMesh empty)
+        : m_in(file), m_file(file), m_acceptEmpty(empty == EmptyMesh::Accept) {}
 
     Mesh read() {
         if (m_in.atEnd())
@@ -245,9 +248,12 @@ public:
                 m_in.skipSection(name, line);
             }
         }
-        if (!haveNodes)
+        // Gmsh saves an empty model in version 4.1 without $Nodes and $Elements: taken as no
+        // nodes and no elements when an empty mesh is acceptable, and build() decides.
+        const bool mayBeEmpty = m_acceptEmpty && m_elements.empty();
+        if (!haveNodes && !mayBeEmpty)
             m_in.fail(0, "the mesh has no $Nodes section");
-        if (!haveElements)
+        if (!haveElements && !mayBeEmpty)
             m_in.fail(0, "the mesh has no $Elements section");
         return build();
     }
@@ -473,8 +479,16 @@ private:
             }
             bySlab[e.physicals.front()].push_back(&e);
         }
-        if (surfaceTags.empty())
-            m_in.fail(0, "the mesh has no physical surface; define each slab as a Physical Surface");
+        if (surfaceTags.empty()) {
+            // Nothing at all (no element of any dimension): an empty mesh, when the caller
+            // accepts one. Lines or points without any surface stay an error.
+            if (m_acceptEmpty && m_elements.empty()) {
+                Mesh empty;
+                empty.formatVersion = m_version;
+                return empty;
+            }
+            m_in.fail(0, c_noPhysicalSurface);
+        }
         for (int tag : surfaceTags)
             if (bySlab.count(tag) == 0)
                 m_in.fail(0, "physical surface " + std::to_string(tag) + " has no elements");
@@ -518,6 +532,7 @@ private:
 
     MshLines m_in;
     std::filesystem::path m_file;
+    bool m_acceptEmpty = false;
     bool m_v4 = false;
     std::string m_version;
     std::map<std::pair<int, int>, std::string> m_physicalNames;    // (dim, tag) -> name
@@ -543,7 +558,7 @@ double Mesh::ElementArea(unsigned long id) const {
     return 0.5 * (p(2) - p(0)).Cross(p(3) - p(1)).Length();
 }
 
-Mesh ReadMesh(const std::filesystem::path& mshFile) { return MshReader(mshFile).read(); }
+Mesh ReadMesh(const std::filesystem::path& mshFile, EmptyMesh empty) { return MshReader(mshFile, empty).read(); }
 
 std::filesystem::path ProjectFile(const std::filesystem::path& projectPath, const std::string& suffix) {
     std::filesystem::path file = projectPath;
@@ -574,12 +589,24 @@ const SlabData* Project::SlabDataOf(unsigned long slabId) const {
 Project LoadProject(const std::filesystem::path& projectPath) {
     Project project;
     project.path = projectPath;
-    project.mesh = ReadMesh(ProjectFile(projectPath, ".msh"));
+    const auto msh = ProjectFile(projectPath, ".msh");
+    project.mesh = ReadMesh(msh, EmptyMesh::Accept);
+    // An empty mesh is a model only when P.toml says so by listing no slab: a model with no
+    // slabs then opens with 0 nodes, elements and slabs, so that a pass over it runs through
+    // with empty data instead of failing. An empty P.msh alone (no P.toml) is far more likely a
+    // mesher run that went wrong, and keeps the mesh reader's error; a P.toml slab without its
+    // physical surface is refused by the check below as for any other mesh.
+    const bool emptyMesh = project.mesh.slabs.empty();
     auto toml = ProjectFile(projectPath, ".toml");
     std::error_code ec;
-    if (!std::filesystem::exists(toml, ec))
+    if (!std::filesystem::exists(toml, ec)) {
+        if (emptyMesh)
+            throw ProjectError(msh, 0, c_noPhysicalSurface);
         return project;
+    }
     project.data = ReadProjectData(toml);
+    if (project.data->slabs.empty() && !emptyMesh)
+        throw ProjectError(toml, 1, "no [[slab]] entry; each physical surface of the mesh needs one with its tag and thickness");
     std::set<int> meshTags;
     for (const MeshSlab& s : project.mesh.slabs)
         meshTags.insert(s.physicalTag);

@@ -72,7 +72,13 @@ struct Mesh {
 // and volume elements, lines or points in a slab's group), an element that references a missing
 // node, a surface element in no physical surface (or in several), a node tag defined twice,
 // non-finite coordinates, and a mesh without any physical surface.
-Mesh ReadMesh(const std::filesystem::path& mshFile);
+//
+// With EmptyMesh::Accept, a mesh without any element and without any physical surface (what
+// Gmsh saves for an empty model; version 4.1 then has no $Nodes and $Elements sections) is read
+// as a mesh with no nodes, elements or slabs instead. Only LoadProject decides whether such a
+// mesh is a model; everything else about the file is checked as before.
+enum class EmptyMesh { Refuse, Accept };
+Mesh ReadMesh(const std::filesystem::path& mshFile, EmptyMesh empty = EmptyMesh::Refuse);
 
 struct SlabData {
     int tag = 0;                       // physical surface tag in P.msh
@@ -98,6 +104,7 @@ struct ProjectData {
 // Reads P.toml. Throws ProjectError for a TOML syntax error, a missing or wrongly typed key
 // (slab tag, thickness; load case id, index), a thickness that is not a positive finite
 // number, an index below 1, duplicate slab tags, load-case ids or indices, and unknown keys.
+// A file without any [[slab]] is read (no slabs); LoadProject accepts it for an empty mesh only.
 ProjectData ReadProjectData(const std::filesystem::path& tomlFile);
 
 // P.msh and P.toml together; the slabs of P.toml must be exactly the physical surfaces.
@@ -116,7 +123,9 @@ struct Project {
 std::filesystem::path ProjectFile(const std::filesystem::path& projectPath, const std::string& suffix);
 
 // Reads P.msh and, when it exists, P.toml, and checks that every physical surface has a slab
-// entry and the reverse. Throws ProjectError.
+// entry and the reverse. A P.msh without elements and physical surfaces together with a P.toml
+// that lists no [[slab]] is an empty model (no nodes, elements or slabs); an empty P.msh without
+// P.toml, or with slabs in P.toml, is refused. Throws ProjectError.
 Project LoadProject(const std::filesystem::path& projectPath);
 
 enum class MshVersion { V41, V22 };

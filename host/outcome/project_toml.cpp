@@ -73,9 +73,11 @@ private:
     }
 
     void readSlabs(const toml::table& root, ProjectData& data) const {
+        // No [[slab]] at all is valid data: the model of an empty mesh. Whether the mesh agrees
+        // is LoadProject's check.
         const toml::array* slabs = arrayOfTables(root, "slab");
         if (slabs == nullptr)
-            fail(root, "no [[slab]] entry; each physical surface of the mesh needs one with its tag and thickness");
+            return;
         std::map<int, std::size_t> seen;
         for (const toml::node& node : *slabs) {
             const toml::table& t = *node.as_table();

@@ -96,7 +96,18 @@ TEST_F(ProjectDataTest, MissingTag) {
 }
 
 TEST_F(ProjectDataTest, NoSlabsAtAll) {
-    EXPECT_THAT(ErrorOf("title = \"x\"\n").what(), HasSubstr("no [[slab]] entry"));
+    // The file alone is fine (an empty model has no slabs); beside a mesh with physical
+    // surfaces it is refused.
+    auto data = ReadProjectData(Write("none.toml", "title = \"x\"\n"));
+    EXPECT_TRUE(data.slabs.empty());
+    WriteShuffledProject("title = \"x\"\n[[load_case]]\nid = 1\nindex = 1\n");
+    try {
+        LoadProject(Project());
+        FAIL();
+    } catch (const ProjectError& e) {
+        EXPECT_EQ(e.line(), 1u);
+        EXPECT_THAT(e.what(), HasSubstr("proj.toml:1: no [[slab]] entry; each physical surface of the mesh needs one"));
+    }
 }
 
 TEST_F(ProjectDataTest, DuplicateSlabTags) {
