@@ -5,10 +5,29 @@
 #include <cmath>
 #include <cstdio>
 #include <memory>
+#include <mutex>
 #include <stdexcept>
 #include <string>
 
+namespace {
+
+std::mutex g_hookMutex;
+host::calclink::WriteMeshRefinementsHook g_writeHook;
+
+host::calclink::WriteMeshRefinementsHook currentWriteHook() {
+    std::lock_guard lock(g_hookMutex);
+    return g_writeHook;
+}
+
+} // namespace
+
 namespace host::calclink {
+
+WriteMeshRefinementsHook SetWriteMeshRefinementsHook(WriteMeshRefinementsHook hook) {
+    std::lock_guard lock(g_hookMutex);
+    std::swap(g_writeHook, hook);
+    return hook;
+}
 
 void WriteSizeField(const std::filesystem::path& posFile,
                     const std::vector<std::vector<unsigned long>>& elements,
@@ -77,8 +96,15 @@ void WriteSizeField(const std::filesystem::path& posFile,
 
 void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath, const std::vector<double>& refinement,
                                               const std::vector<CKQPoint3D>& nodes) const {
+    if (const auto hook = currentWriteHook()) {
+        hook(projectPath, refinement, nodes);
+        return;
+    }
     const std::filesystem::path project = projectPath.ToPath();
-    host::outcome::Mesh mesh = host::outcome::ReadMesh(host::outcome::ProjectFile(project, ".msh"));
+    // The store opens a mesh without elements and physical surfaces as an empty model; its
+    // size field is a view without entries.
+    host::outcome::Mesh mesh =
+        host::outcome::ReadMesh(host::outcome::ProjectFile(project, ".msh"), host::outcome::EmptyMesh::Accept);
     if (nodes.size() != mesh.nodes.size())
         throw std::invalid_argument("the size field has " + std::to_string(nodes.size()) + " nodes, the mesh " +
                                     std::to_string(mesh.nodes.size()));

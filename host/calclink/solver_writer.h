@@ -4,6 +4,7 @@
 #include "host/shapekit/point3d.h"
 
 #include <filesystem>
+#include <functional>
 #include <vector>
 
 class CSolverFEMcoWriter {
@@ -18,6 +19,8 @@ public:
     // node i+1). Throws host::outcome::ProjectError when P.msh cannot be read,
     // std::invalid_argument when the vectors do not match the mesh's node count or a size is
     // not a positive finite number, and std::runtime_error when the file cannot be written.
+    // A P.msh without elements and physical surfaces (an empty model) gives a view without
+    // entries. While a WriteMeshRefinementsHook is set, the arguments go to it instead.
     void WriteMeshRefinements(const CString& projectPath, const std::vector<double>& refinement,
                               const std::vector<CKQPoint3D>& nodes) const;
 };
@@ -28,4 +31,28 @@ namespace host::calclink {
 void WriteSizeField(const std::filesystem::path& posFile,
                     const std::vector<std::vector<unsigned long>>& elements,
                     const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes);
+
+// A test seam: while set, CSolverFEMcoWriter::WriteMeshRefinements hands its three arguments
+// to the hook, exactly as it received them, instead of reading P.msh and writing
+// P.refine.pos; nothing is checked and no file is touched. What the hook throws passes to the
+// caller of WriteMeshRefinements. An empty hook removes it. The hook is the whole process's;
+// SetWriteMeshRefinementsHook returns the previous one.
+using WriteMeshRefinementsHook = std::function<void(const CString& projectPath, const std::vector<double>& refinement,
+                                                    const std::vector<CKQPoint3D>& nodes)>;
+WriteMeshRefinementsHook SetWriteMeshRefinementsHook(WriteMeshRefinementsHook hook);
+
+// Installs a WriteMeshRefinements hook for the lifetime of the object and puts the previous
+// one back.
+class ScopedWriteMeshRefinementsHook {
+public:
+    explicit ScopedWriteMeshRefinementsHook(WriteMeshRefinementsHook hook)
+        : m_previous(SetWriteMeshRefinementsHook(std::move(hook))) {}
+    ~ScopedWriteMeshRefinementsHook() { SetWriteMeshRefinementsHook(std::move(m_previous)); }
+    ScopedWriteMeshRefinementsHook(const ScopedWriteMeshRefinementsHook&) = delete;
+    ScopedWriteMeshRefinementsHook& operator=(const ScopedWriteMeshRefinementsHook&) = delete;
+
+private:
+    WriteMeshRefinementsHook m_previous;
+};
+
 } // namespace host::calclink

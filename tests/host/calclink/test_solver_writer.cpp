@@ -90,6 +90,90 @@ TEST_F(SolverWriterTest, AProjectWithoutMesh) {
                  host::outcome::ProjectError);
 }
 
+TEST_F(SolverWriterTest, AnEmptyModelGivesAViewWithoutEntries) {
+    Write("proj.msh", "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 0 0\n$EndEntities\n");
+    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {}, {});
+    EXPECT_EQ(Read(Dir() / "proj.refine.pos"), "View \"refinement\" {\n};\n");
+    // Sizes for nodes the empty mesh does not have are still refused.
+    EXPECT_THROW(CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {0.5}, {{0, 0, 0}}),
+                 std::invalid_argument);
+}
+
+// What the hook saw of one call.
+struct HookCall {
+    CString projectPath;
+    std::vector<double> refinement;
+    std::vector<CKQPoint3D> nodes;
+};
+
+host::calclink::WriteMeshRefinementsHook Recorder(std::vector<HookCall>& calls) {
+    return [&calls](const CString& projectPath, const std::vector<double>& refinement,
+                    const std::vector<CKQPoint3D>& nodes) { calls.push_back({projectPath, refinement, nodes}); };
+}
+
+TEST_F(SolverWriterTest, TheHookReceivesTheArgumentsInsteadOfTheFile) {
+    std::vector<HookCall> calls;
+    // No P.msh at all, sizes that the writer would refuse: the hook takes them as they are.
+    const std::vector<double> refinement = {0.5, -1.0, 0.7};
+    const std::vector<CKQPoint3D> nodes = {{1, 2, 3}, {4.5, 5, 6}};
+    {
+        host::calclink::ScopedWriteMeshRefinementsHook hook(Recorder(calls));
+        CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), refinement, nodes);
+    }
+    ASSERT_EQ(calls.size(), 1u);
+    EXPECT_EQ(calls[0].projectPath, CString(Project().string()));
+    EXPECT_EQ(calls[0].refinement, refinement);
+    ASSERT_EQ(calls[0].nodes.size(), 2u);
+    EXPECT_EQ(calls[0].nodes[1].x, 4.5);
+    EXPECT_EQ(calls[0].nodes[1].y, 5.0);
+    EXPECT_EQ(calls[0].nodes[1].z, 6.0);
+    EXPECT_TRUE(std::filesystem::is_empty(Dir()));
+    // Once the scope ends the writer writes again (and here finds no mesh).
+    EXPECT_THROW(CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), refinement, nodes),
+                 host::outcome::ProjectError);
+    EXPECT_EQ(calls.size(), 1u);
+}
+
+TEST_F(SolverWriterTest, ScopedHooksNestAndSetReturnsThePreviousOne) {
+    std::vector<HookCall> outer;
+    std::vector<HookCall> inner;
+    const CString p(Project().string());
+    {
+        host::calclink::ScopedWriteMeshRefinementsHook first(Recorder(outer));
+        {
+            host::calclink::ScopedWriteMeshRefinementsHook second(Recorder(inner));
+            CSolverFEMcoWriter().WriteMeshRefinements(p, {1.0}, {{0, 0, 0}});
+        }
+        CSolverFEMcoWriter().WriteMeshRefinements(p, {2.0}, {});
+    }
+    ASSERT_EQ(inner.size(), 1u);
+    EXPECT_EQ(inner[0].refinement, std::vector<double>{1.0});
+    ASSERT_EQ(outer.size(), 1u);
+    EXPECT_EQ(outer[0].refinement, std::vector<double>{2.0});
+    EXPECT_TRUE(outer[0].nodes.empty());
+
+    auto previous = host::calclink::SetWriteMeshRefinementsHook(Recorder(outer));
+    EXPECT_FALSE(previous); // nothing was left installed
+    auto mine = host::calclink::SetWriteMeshRefinementsHook(nullptr);
+    ASSERT_TRUE(mine);
+    mine(p, {3.0}, {});
+    EXPECT_EQ(outer.size(), 2u);
+    EXPECT_THROW(CSolverFEMcoWriter().WriteMeshRefinements(p, {}, {}), host::outcome::ProjectError);
+}
+
+TEST_F(SolverWriterTest, WhatTheHookThrowsReachesTheCaller) {
+    host::calclink::ScopedWriteMeshRefinementsHook hook(
+        [](const CString&, const std::vector<double>&, const std::vector<CKQPoint3D>&) {
+            throw std::runtime_error("disk full");
+        });
+    try {
+        CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {}, {});
+        FAIL();
+    } catch (const std::runtime_error& e) {
+        EXPECT_STREQ(e.what(), "disk full");
+    }
+}
+
 TEST_F(SolverWriterTest, WriteSizeFieldChecksTheTopology) {
     std::vector<CKQPoint3D> nodes = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
     std::vector<double> sizes = {1, 1, 1};
