@@ -1,6 +1,7 @@
 // CAdaptivityResultsAPIImpl against real projects on disk: a hand-written mesh whose numbers
 // are known, and a two-slab mesh made by Gmsh with STRINTG files that match it.
 #include "adaptivity/AdaptivityResultsAPIImpl.h"
+#include "host/calclink/solver_writer.h"
 #include "tests/adaptivity/support/project.h"
 
 #include <gtest/gtest.h>
@@ -411,6 +412,94 @@ TEST_F(GridProject, MeshRefinementWritesTheSizeField) {
 
 TEST_F(GridProject, MeshRefinementOfTheWrongLengthIsRefusedByTheWriter) {
     EXPECT_THROW(api.WriteMeshRefinement(std::vector<double>(11, 0.5)), std::invalid_argument);
+}
+
+namespace {
+
+// What the solver-data writer was handed, seen through its test hook instead of the file.
+struct WriterCall {
+    CString projectPath;
+    std::vector<double> refinement;
+    std::vector<CKQPoint3D> nodes;
+};
+
+class WriterRecorder {
+public:
+    std::vector<WriterCall> calls;
+
+private:
+    host::calclink::ScopedWriteMeshRefinementsHook m_hook{
+        [this](const CString& path, const std::vector<double>& refinement, const std::vector<CKQPoint3D>& nodes) {
+            calls.push_back({path, refinement, nodes});
+        }};
+};
+
+// Gmsh's empty model (version 4.1 has no $Nodes and $Elements then) and solver data without
+// slabs.
+const char* c_emptyMesh = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 0 0\n$EndEntities\n";
+const char* c_emptyToml = "title = \"empty\"\n[[load_case]]\nid = 101\nindex = 1\n";
+
+} // namespace
+
+TEST_F(GridProject, MeshRefinementHandsNodesOneToNInOrder) {
+    const std::vector<double> sizes = {0.5, 0.4, 0.3, 0.2, 0.5, 0.4, 0.3, 0.2, 0.5, 0.4, 0.3, 0.25};
+    WriterRecorder writer;
+    ASSERT_TRUE(api.WriteMeshRefinement(sizes));
+    ASSERT_EQ(writer.calls.size(), 1u);
+    const WriterCall& call = writer.calls[0];
+    EXPECT_EQ(call.projectPath, ApiAccess::Store(api).GetProjectNameWithPath(Outcome64Enums::eModelType{}, 0));
+    EXPECT_EQ(call.projectPath, project);
+    EXPECT_EQ(call.refinement, sizes);
+    // Node tag 4 j + i + 1 lies at (i, j, 0.5 i): entry k is node k + 1.
+    ASSERT_EQ(call.nodes.size(), 12u);
+    for (std::size_t k = 0; k < call.nodes.size(); ++k) {
+        const double i = static_cast<double>(k % 4);
+        const double j = static_cast<double>(k / 4);
+        EXPECT_TRUE(Near(call.nodes[k].x, i)) << "node " << k + 1;
+        EXPECT_TRUE(Near(call.nodes[k].y, j)) << "node " << k + 1;
+        EXPECT_TRUE(Near(call.nodes[k].z, 0.5 * i)) << "node " << k + 1;
+    }
+    EXPECT_FALSE(std::filesystem::exists(dir / "grid.refine.pos"));
+}
+
+TEST_F(GridProject, MeshRefinementPassesAVectorOfAnyLengthUnchanged) {
+    // No size check on the way: the writer gets what the caller gave.
+    WriterRecorder writer;
+    const std::vector<double> three = {1.5, -2.0, 0.0};
+    ASSERT_TRUE(api.WriteMeshRefinement(three));
+    ASSERT_EQ(writer.calls.size(), 1u);
+    EXPECT_EQ(writer.calls[0].refinement, three);
+    EXPECT_EQ(writer.calls[0].nodes.size(), 12u);
+}
+
+TEST(ResultsApiEmptyModel, MeshRefinementHandsAnEmptyNodeListAndTheCallersVector) {
+    ScratchDir dir;
+    WriteBytes(dir / "empty.msh", c_emptyMesh);
+    WriteBytes(dir / "empty.toml", c_emptyToml);
+    CAdaptivityResultsAPIImpl api;
+    ASSERT_EQ(api.Init(dir.Project("empty"), 0, c_solver), 0);
+    EXPECT_EQ(api.GetNoOfNodes(), 0u);
+    EXPECT_EQ(api.GetNoOfSlabs(), 0u);
+    EXPECT_EQ(api.GetCountOfLoadCases(), 1u);
+
+    WriterRecorder writer;
+    EXPECT_TRUE(api.WriteMeshRefinement({0.5, 0.7}));
+    ASSERT_EQ(writer.calls.size(), 1u);
+    EXPECT_EQ(writer.calls[0].projectPath, dir.Project("empty"));
+    EXPECT_TRUE(writer.calls[0].nodes.empty());
+    EXPECT_EQ(writer.calls[0].refinement, (std::vector<double>{0.5, 0.7}));
+}
+
+TEST(ResultsApiEmptyModel, TheRealWriterGivesAnEmptyField) {
+    ScratchDir dir;
+    WriteBytes(dir / "empty.msh", c_emptyMesh);
+    WriteBytes(dir / "empty.toml", c_emptyToml);
+    CAdaptivityResultsAPIImpl api;
+    ASSERT_EQ(api.Init(dir.Project("empty"), 0, c_solver), 0);
+    EXPECT_TRUE(api.WriteMeshRefinement({}));
+    EXPECT_EQ(ReadBytes(dir / "empty.refine.pos"), "View \"refinement\" {\n};\n");
+    // Values without nodes are the writer's to refuse.
+    EXPECT_THROW(api.WriteMeshRefinement({0.5, 0.7}), std::invalid_argument);
 }
 
 // ---------------------------------------------------------------------------------------------
