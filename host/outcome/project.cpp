@@ -423,7 +423,22 @@ private:
             for (std::size_t i = 0; i < n; ++i) {
                 auto e = m_in.tokens("an element: tag and node tags", 1);
                 auto tag = m_in.integer<std::uint64_t>(e[0], "an element tag");
-                m_elements.push_back(element(e, 1, tag, type, phys, entity));
+                RawElement raw = element(e, 1, tag, type, phys, entity);
+                // A block holds elements of its entity's dimension. A line or point in the block
+                // of a surface lies inside that surface, and so inside its slab.
+                if (raw.dimension != dim) {
+                    const ElementTypeInfo* info = elementType(type);
+                    std::string id = "element " + std::to_string(tag) + " is a " + info->name;
+                    if (dim == 2)
+                        m_in.fail(m_in.lineNo(),
+                                  id + " in surface " + std::to_string(entity) +
+                                      (phys.empty() ? "" : " (physical surface " + std::to_string(phys.front()) + ", a slab)") +
+                                      "; slabs take 3-node triangles (type 2) and 4-node quadrilaterals (type 3) only");
+                    m_in.fail(m_in.lineNo(), id + " (dimension " + std::to_string(raw.dimension) +
+                                                 ") in a block of the dimension-" + std::to_string(dim) + " entity " +
+                                                 std::to_string(entity) + "; a block holds elements of its entity's dimension");
+                }
+                m_elements.push_back(std::move(raw));
             }
             seen += n;
         }
@@ -450,14 +465,12 @@ private:
             if (e.dimension == 3)
                 m_in.fail(e.line, id + " is a " + info->name + "; a slab model has surface elements only");
             if (e.dimension < 2) {
-                // Lines and points of groups of their own (supports, edges) do not concern the
-                // slabs and are left out. Version 4.1 puts them in groups of their dimension by
-                // construction; in version 2.2 a line that carries a slab's physical tag, with no
-                // group of its own dimension declared under that tag, lies inside the slab.
-                for (int p : e.physicals)
-                    if (!m_v4 && surfaceTags.count(p) != 0 && m_physicalNames.count({e.dimension, p}) == 0)
-                        m_in.fail(e.line, id + " is a " + info->name + " in physical group " + std::to_string(p) +
-                                              ", the group of a slab; slabs take 3-node triangles and 4-node quadrilaterals only");
+                // Lines and points (supports, edges) do not concern the slabs and are left out.
+                // A physical group has one dimension, so the tag of a line names a physical
+                // curve even where it equals a physical surface's tag: version 2.2 writes no
+                // dimension beside the tag, and Gmsh numbers each dimension's groups on their
+                // own (Physical Curve(1) and Physical Surface(1) side by side are common). Only
+                // version 4.1 can put a line inside a surface; readElements4 refuses that.
                 continue;
             }
             if (e.physicals.empty())

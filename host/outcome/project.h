@@ -69,7 +69,8 @@ struct Mesh {
 // Reads P.msh. Throws ProjectError naming the file and line for: a file that cannot be opened,
 // an unknown MSH version or a binary file, a malformed or truncated section, an element type
 // other than 3-node triangles and 4-node quadrilaterals inside a physical surface (second-order
-// and volume elements, lines or points in a slab's group), an element that references a missing
+// and volume elements; in version 4.1 lines or points in a surface's block), an element that
+// references a missing
 // node, a surface element in no physical surface (or in several), a node tag defined twice,
 // non-finite coordinates, and a mesh without any physical surface.
 //

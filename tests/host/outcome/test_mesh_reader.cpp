@@ -151,11 +151,62 @@ TEST_F(MeshReaderTest, SecondOrderElementsAreRefused) {
     EXPECT_THAT(e.what(), HasSubstr("3-node triangles (type 2) and 4-node quadrilaterals (type 3) only"));
 }
 
+// Version 4.1 says where an element lies: a line in the block of a surface is inside that
+// surface's slab.
+constexpr const char* kSurface41 = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n"
+                                   "$Entities\n0 0 1 0\n1 0 0 0 1 1 0 1 5 0\n$EndEntities\n"
+                                   "$Nodes\n1 4 1 4\n2 1 0 4\n1\n2\n3\n4\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n$EndNodes\n";
+
 TEST_F(MeshReaderTest, LinesInsideASlabAreRefused) {
-    ProjectError e = ErrorOf(std::string(kHead22) + kNodes22 +
-                             "$Elements\n2\n1 3 2 5 1 1 2 3 4\n2 1 2 5 1 1 2\n$EndElements\n");
-    EXPECT_EQ(e.line(), 14u);
-    EXPECT_THAT(e.what(), HasSubstr("element 2 is a 2-node line in physical group 5, the group of a slab"));
+    ProjectError e = ErrorOf(std::string(kSurface41) + "$Elements\n2 2 1 2\n2 1 3 1\n1 1 2 3 4\n2 1 1 1\n2 1 2\n$EndElements\n");
+    EXPECT_EQ(e.line(), 25u);
+    EXPECT_THAT(e.what(), HasSubstr("element 2 is a 2-node line in surface 1 (physical surface 5, a slab)"));
+    EXPECT_THAT(e.what(), HasSubstr("3-node triangles (type 2) and 4-node quadrilaterals (type 3) only"));
+    // A point is no better, nor a line in a surface outside every physical surface.
+    EXPECT_THAT(ErrorOf(std::string(kSurface41) +
+                        "$Elements\n2 2 1 2\n2 1 3 1\n1 1 2 3 4\n2 1 15 1\n2 3\n$EndElements\n")
+                    .what(),
+                HasSubstr("element 2 is a 1-node point in surface 1 (physical surface 5, a slab)"));
+    EXPECT_THAT(ErrorOf("$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n1 0 0 0 1 1 0 0\n$EndEntities\n"
+                        "$Nodes\n1 2 1 2\n2 1 0 2\n1\n2\n0 0 0\n1 0 0\n$EndNodes\n"
+                        "$Elements\n1 1 1 1\n2 1 1 1\n1 1 2\n$EndElements\n")
+                    .what(),
+                HasSubstr("element 1 is a 2-node line in surface 1; slabs take"));
+    // A surface element in the block of a curve is as wrong the other way round.
+    EXPECT_THAT(ErrorOf(std::string(kSurface41) + "$Elements\n1 1 1 1\n1 4 2 1\n1 1 2 3\n$EndElements\n").what(),
+                HasSubstr("element 1 is a 3-node triangle (dimension 2) in a block of the dimension-1 entity 4"));
+}
+
+TEST_F(MeshReaderTest, Version22LinesWithASlabsTagBelongToAPhysicalCurve) {
+    // Version 2.2 writes a tag without its dimension, and Gmsh numbers the groups of each
+    // dimension on their own: a line tagged 5 beside a surface tagged 5 is in Physical Curve 5.
+    Mesh mesh = ReadMesh(Write("ok.msh", std::string(kHead22) + kNodes22 +
+                                             "$Elements\n3\n1 3 2 5 1 1 2 3 4\n2 1 2 5 1 1 2\n3 15 2 5 1 3\n$EndElements\n"));
+    ASSERT_EQ(mesh.slabs.size(), 1u);
+    EXPECT_EQ(mesh.slabs[0].physicalTag, 5);
+    EXPECT_EQ(mesh.elements.size(), 1u);
+    EXPECT_EQ(mesh.elements[0].gmshType, 3);
+}
+
+TEST_F(MeshReaderTest, GmshMadeFilesWithAPhysicalCurveNumberedLikeTheSlab) {
+    auto v41 = Dir() / "same41.msh";
+    auto v22 = Dir() / "same22.msh";
+    MeshGeo("same_group_numbers.geo", v41, "4.1");
+    MeshGeo("same_group_numbers.geo", v22, "2.2");
+    Mesh a = ReadMesh(v41);
+    Mesh b = ReadMesh(v22);
+    ASSERT_EQ(a.slabs.size(), 1u);
+    ASSERT_EQ(b.slabs.size(), 1u);
+    EXPECT_EQ(a.slabs[0].physicalTag, 1);
+    EXPECT_EQ(b.slabs[0].physicalTag, 1);
+    ASSERT_EQ(a.elements.size(), b.elements.size());
+    double area = 0.0;
+    for (unsigned long id = 1; id <= b.elements.size(); ++id) {
+        EXPECT_EQ(b.elements[id - 1].gmshType, 2);
+        EXPECT_EQ(a.elements[id - 1].nodes, b.elements[id - 1].nodes) << "element " << id;
+        area += b.ElementArea(id);
+    }
+    EXPECT_TRUE(Near(area, 2.0, 1e-9, 1e-9));
 }
 
 TEST_F(MeshReaderTest, LinesOfTheirOwnGroupAreLeftOut) {
