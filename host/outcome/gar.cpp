@@ -189,27 +189,48 @@ GarStore::GarStore(const std::filesystem::path& garFile, bool createIfMissing) :
     }
     try {
         sqlite3_busy_timeout(m_db, 5000);
-        // One file only: the rollback journal lives beside P.GAR during a save and goes with it.
-        exec(m_db, m_path, "PRAGMA journal_mode = DELETE");
-        exec(m_db, m_path,
-             "CREATE TABLE IF NOT EXISTS gar_info(key TEXT PRIMARY KEY, value TEXT);"
-             "INSERT OR IGNORE INTO gar_info(key, value) VALUES ('format', '1');"
-             "CREATE TABLE IF NOT EXISTS gar_results("
-             " table_name TEXT PRIMARY KEY, result_type TEXT NOT NULL, ds_type INTEGER NOT NULL,"
-             " ds_id INTEGER NOT NULL, case_type INTEGER NOT NULL, case_number INTEGER NOT NULL,"
-             " case_subcase INTEGER NOT NULL, case_flag INTEGER NOT NULL, flags INTEGER NOT NULL,"
-             " coord_system INTEGER NOT NULL, location INTEGER NOT NULL, envelope INTEGER NOT NULL,"
-             " row_count INTEGER NOT NULL, column_count INTEGER NOT NULL, column_names TEXT NOT NULL,"
-             " UNIQUE (result_type, ds_type, ds_id, case_type, case_number, case_subcase, case_flag,"
-             "         flags, coord_system, location, envelope));");
-        Statement format(m_db, m_path, "SELECT value FROM gar_info WHERE key = 'format'");
-        if (!format.step() || format.text(0) != "1")
-            throw GarError(m_path.string() + ": not a result store of format 1");
+        if (createIfMissing) {
+            createSchema();
+        } else {
+            // Opening to read writes nothing: a reader neither waits for a save that is
+            // running nor needs write access, and a database of some other kind stays as it is.
+            Statement tables(m_db, m_path, "SELECT count(*), sum(name = 'gar_info') FROM sqlite_master WHERE type = 'table'");
+            tables.step();
+            if (tables.integer(1) == 0) {
+                // An empty database (a 0-byte file, say) is an empty store; the first Save
+                // makes its schema. Tables of something else mean it is no result store.
+                if (tables.integer(0) != 0)
+                    throw GarError(m_path.string() + ": not a result store (it has no gar_info table)");
+                m_hasSchema = false;
+            }
+        }
+        if (m_hasSchema) {
+            Statement format(m_db, m_path, "SELECT value FROM gar_info WHERE key = 'format'");
+            if (!format.step() || format.text(0) != "1")
+                throw GarError(m_path.string() + ": not a result store of format 1");
+        }
     } catch (...) {
         sqlite3_close(m_db);
         m_db = nullptr;
         throw;
     }
+}
+
+void GarStore::createSchema() {
+    // One file only: the rollback journal lives beside P.GAR during a save and goes with it.
+    exec(m_db, m_path, "PRAGMA journal_mode = DELETE");
+    exec(m_db, m_path,
+         "CREATE TABLE IF NOT EXISTS gar_info(key TEXT PRIMARY KEY, value TEXT);"
+         "INSERT OR IGNORE INTO gar_info(key, value) VALUES ('format', '1');"
+         "CREATE TABLE IF NOT EXISTS gar_results("
+         " table_name TEXT PRIMARY KEY, result_type TEXT NOT NULL, ds_type INTEGER NOT NULL,"
+         " ds_id INTEGER NOT NULL, case_type INTEGER NOT NULL, case_number INTEGER NOT NULL,"
+         " case_subcase INTEGER NOT NULL, case_flag INTEGER NOT NULL, flags INTEGER NOT NULL,"
+         " coord_system INTEGER NOT NULL, location INTEGER NOT NULL, envelope INTEGER NOT NULL,"
+         " row_count INTEGER NOT NULL, column_count INTEGER NOT NULL, column_names TEXT NOT NULL,"
+         " UNIQUE (result_type, ds_type, ds_id, case_type, case_number, case_subcase, case_flag,"
+         "         flags, coord_system, location, envelope));");
+    m_hasSchema = true;
 }
 
 GarStore::~GarStore() { sqlite3_close(m_db); }
@@ -218,6 +239,8 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
     const CKQ_ResultKey& key = result.GetKey();
     const std::string table = TableName(key);
     SaveRowHook hook = currentHook();
+    if (!m_hasSchema)
+        createSchema();
     Transaction transaction(m_db, m_path);
     std::optional<std::string> old = storedTable(key);
     if (old) {
@@ -260,6 +283,8 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
 
 std::vector<StoredResultInfo> GarStore::List() const {
     std::vector<StoredResultInfo> out;
+    if (!m_hasSchema)
+        return out;
     Statement s(m_db, m_path,
                 std::string("SELECT ") + kCatalogColumns +
                     ", table_name, row_count, column_count FROM gar_results ORDER BY " + kCatalogColumns);
@@ -289,6 +314,8 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
     unsigned long rows = 0;
     unsigned long columns = 0;
     std::string names;
+    if (!m_hasSchema)
+        return std::nullopt;
     {
         Statement s(m_db, m_path,
                     std::string("SELECT table_name, row_count, column_count, column_names FROM gar_results WHERE ") +
@@ -331,6 +358,8 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
 }
 
 bool GarStore::Remove(const CKQ_ResultKey& key) {
+    if (!m_hasSchema)
+        return false;
     Transaction transaction(m_db, m_path);
     std::optional<std::string> table = storedTable(key);
     if (!table)
@@ -341,6 +370,8 @@ bool GarStore::Remove(const CKQ_ResultKey& key) {
 }
 
 std::optional<std::string> GarStore::storedTable(const CKQ_ResultKey& key) const {
+    if (!m_hasSchema)
+        return std::nullopt;
     Statement s(m_db, m_path, std::string("SELECT table_name FROM gar_results WHERE ") + kKeyMatch);
     bindKey(s, key);
     if (!s.step())

@@ -50,7 +50,9 @@ struct StoredResultInfo {
 class GarStore {
 public:
     // Opens the database, creating it (and its schema) when createIfMissing; otherwise a missing
-    // file throws GarError. A file that is not a result store throws GarError.
+    // file throws GarError, and opening writes nothing, so that reading works beside a running
+    // save and on a write-protected file (an empty database is an empty store then, its schema
+    // made by the first Save). A file that is not a result store throws GarError.
     explicit GarStore(const std::filesystem::path& garFile, bool createIfMissing = true);
     ~GarStore();
     GarStore(const GarStore&) = delete;
@@ -74,11 +76,13 @@ public:
     static std::string TableName(const CKQ_ResultKey& key);
 
 private:
+    void createSchema();
     std::optional<std::string> storedTable(const CKQ_ResultKey& key) const;
     void dropResult(const CKQ_ResultKey& key, const std::string& table);
 
     std::filesystem::path m_path;
     sqlite3* m_db = nullptr;
+    bool m_hasSchema = true;
 };
 
 // A test seam: called by Save after each row it has written, inside the transaction. A hook

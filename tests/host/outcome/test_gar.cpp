@@ -4,6 +4,7 @@
 #include <gmock/gmock.h>
 #include <sqlite3.h>
 
+#include <chrono>
 #include <cmath>
 #include <cstdlib>
 
@@ -235,6 +236,55 @@ TEST_F(GarTest, AFileThatIsNoStore) {
     Write("proj.GAR", "this is not a database, just some text that is long enough to look like one........");
     EXPECT_THROW(GarStore store(Gar()), GarError);
     EXPECT_THROW(GarStore store(Dir() / "missing.GAR", false), GarError);
+}
+
+TEST_F(GarTest, ReadingWritesNothingAndDoesNotWaitForASave) {
+    GarStore(Gar()).Save(Table(SlabKey(1), 1, 3, 7.0));
+    // Another process is in the middle of a save: it holds the write lock.
+    sqlite3* writer = nullptr;
+    ASSERT_EQ(sqlite3_open(Gar().c_str(), &writer), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(writer, "BEGIN IMMEDIATE", nullptr, nullptr, nullptr), SQLITE_OK);
+    const auto start = std::chrono::steady_clock::now();
+    {
+        const GarStore reader(Gar(), false);
+        ASSERT_EQ(reader.List().size(), 1u);
+        auto loaded = reader.Load(SlabKey(1));
+        ASSERT_TRUE(loaded);
+        EXPECT_EQ(loaded->GetValue(3, 2), 7.0 + 20.0 + 3.0);
+    }
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::seconds(2));
+    EXPECT_EQ(sqlite3_exec(writer, "COMMIT", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(writer);
+}
+
+TEST_F(GarTest, ADatabaseOfAnotherKindIsRefusedAndLeftAsItIs) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(Gar().c_str(), &db), SQLITE_OK);
+    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE t(x); INSERT INTO t VALUES (1);", nullptr, nullptr, nullptr), SQLITE_OK);
+    sqlite3_close(db);
+    try {
+        GarStore store(Gar(), false);
+        ADD_FAILURE() << "a database without gar_info was opened as a result store";
+    } catch (const GarError& e) {
+        EXPECT_THAT(e.what(), HasSubstr("not a result store"));
+    }
+    EXPECT_EQ(Query("SELECT group_concat(name) FROM sqlite_master"), "t");
+}
+
+TEST_F(GarTest, AnEmptyFileReadsAsAnEmptyStore) {
+    Write("proj.GAR", "");
+    {
+        GarStore store(Gar(), false);
+        EXPECT_TRUE(store.List().empty());
+        EXPECT_FALSE(store.Load(SlabKey(1)));
+        EXPECT_FALSE(store.Remove(SlabKey(1)));
+        EXPECT_EQ(std::filesystem::file_size(Gar()), 0u);
+        // Saving through that store makes the schema first.
+        EXPECT_TRUE(store.Save(Table(SlabKey(2), 4, 2, 0.0)));
+    }
+    GarStore again(Gar(), false);
+    ASSERT_EQ(again.List().size(), 1u);
+    EXPECT_EQ(again.List()[0].key, SlabKey(2));
 }
 
 TEST_F(GarTest, RemoveDropsTheResult) {
