@@ -2,6 +2,7 @@
 
 #include "host/outcome/gar.h"
 
+#include <cstdio>
 #include <fstream>
 #include <mutex>
 #include <stdexcept>
@@ -28,7 +29,26 @@ CKQ_SolverLinkMock makeLink(const host::outcome::Mesh& mesh, const host::outcome
     return link;
 }
 
-// The link written back as TOML (slab tags and thicknesses, load cases).
+// A TOML basic string: quotes, backslashes and control characters escaped.
+std::string tomlString(const std::string& text) {
+    std::string out = "\"";
+    for (char c : text) {
+        const auto u = static_cast<unsigned char>(c);
+        if (c == '"' || c == '\\') {
+            out += '\\';
+            out += c;
+        } else if (u < 0x20 || u == 0x7F) {
+            char buffer[8];
+            std::snprintf(buffer, sizeof buffer, "\\u%04X", static_cast<unsigned>(u));
+            out += buffer;
+        } else {
+            out += c;
+        }
+    }
+    return out + "\"";
+}
+
+// The link written back as TOML (slab tags, names and thicknesses, load cases).
 void writeLinkToml(const std::filesystem::path& file, const host::outcome::Project& project,
                    const CKQ_SolverLinkMock& link) {
     std::ofstream out(file, std::ios::binary | std::ios::trunc);
@@ -36,13 +56,13 @@ void writeLinkToml(const std::filesystem::path& file, const host::outcome::Proje
         throw std::runtime_error("cannot write " + file.string());
     out.precision(17);
     if (project.data && !project.data->title.empty())
-        out << "title = \"" << project.data->title << "\"\n";
+        out << "title = " << tomlString(project.data->title) << "\n";
     for (const auto& [slabId, tag] : link.GetSlabsIDs()) {
         out << "\n[[slab]]\ntag = " << tag << "\n";
         if (slabId >= 1 && static_cast<std::size_t>(slabId) <= project.mesh.slabs.size()) {
             if (const auto* data = project.SlabDataOf(static_cast<unsigned long>(slabId))) {
                 if (!data->name.empty())
-                    out << "name = \"" << data->name << "\"\n";
+                    out << "name = " << tomlString(data->name) << "\n";
                 out << "thickness = " << data->thickness << "\n";
             }
         }
@@ -50,9 +70,14 @@ void writeLinkToml(const std::filesystem::path& file, const host::outcome::Proje
     std::map<long, long> byIndex;
     for (const auto& [id, index] : link.GetLoadCasesIDs())
         byIndex[index] = id;
-    for (const auto& [index, id] : byIndex)
+    for (const auto& [index, id] : byIndex) {
         out << "\n[[load_case]]\nid = " << id << "\nindex = " << index
             << "\nvalid = " << (link.IsLoadCaseValid(static_cast<unsigned long>(index)) ? "true" : "false") << "\n";
+        if (project.data)
+            for (const auto& lc : project.data->loadCases)
+                if (lc.id == id && !lc.name.empty())
+                    out << "name = " << tomlString(lc.name) << "\n";
+    }
     out.flush();
     if (!out)
         throw std::runtime_error("cannot write " + file.string());

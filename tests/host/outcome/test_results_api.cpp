@@ -214,6 +214,24 @@ TEST_F(ResultsApiTest, SerializeSolverLinkLoadsAndStores) {
     EXPECT_EQ(store.SerializeSolverLink(0, (Dir() / "none.toml").wstring()), 0);
 }
 
+TEST_F(ResultsApiTest, TheStoredLinkKeepsNamesWithQuotesAndBackslashes) {
+    std::filesystem::copy_file(DataDir() / "shuffled41.msh", Dir() / "proj.msh");
+    Write("proj.toml", "title = 'C:\\slabs\\\"north\" wing'\n"
+                       "[[slab]]\ntag = 3\nname = \"a \\\"b\\\" \\\\ c\\tTab\"\nthickness = 0.2\n"
+                       "[[slab]]\ntag = 7\nthickness = 0.35\n"
+                       "[[load_case]]\nid = 101\nindex = 1\nname = \"self \\\"weight\\\"\"\n");
+    CKQ_ResultsAPI store;
+    ASSERT_EQ(Open(store), 0);
+    std::wstring copy = (Dir() / "copy.toml").wstring();
+    ASSERT_NE(store.SerializeSolverLink(1, copy), 0);
+    auto data = host::outcome::ReadProjectData(Dir() / "copy.toml");
+    EXPECT_EQ(data.title, "C:\\slabs\\\"north\" wing");
+    ASSERT_EQ(data.slabs.size(), 2u);
+    EXPECT_EQ(data.slabs[0].name, "a \"b\" \\ c\tTab");
+    ASSERT_EQ(data.loadCases.size(), 1u);
+    EXPECT_EQ(data.loadCases[0].name, "self \"weight\"");
+}
+
 TEST_F(ResultsApiTest, StoreCopiesShareTheModelButNotTheLink) {
     MakeProject();
     CKQ_ResultsAPI store;
