@@ -8,14 +8,21 @@
 #include "cli/VtuExport.h"
 #include "host/outcome/gar.h"
 
+#include <algorithm>
+#include <cerrno>
 #include <chrono>
 #include <cmath>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
+#include <cstring>
 #include <exception>
 #include <limits>
 #include <optional>
+#include <regex>
 #include <sstream>
+
+#include <unistd.h>
 
 namespace slabadapt::cli {
 
@@ -46,11 +53,102 @@ std::string Padded(std::string text, std::size_t width, bool right = true) {
     return right ? pad + text : text + pad;
 }
 
-// A file the run wrote: it exists and was changed after the run started.
-bool WrittenSince(const fs::path& file, fs::file_time_type start) {
+// What a file looked like before the run, to tell afterwards whether the run wrote it.
+struct FileState {
+    bool existed = false;
+    fs::file_time_type time;
+    std::uintmax_t size = 0;
+};
+
+FileState StateOf(const fs::path& file) {
+    FileState state;
     std::error_code ec;
-    const auto time = fs::last_write_time(file, ec);
-    return !ec && time >= start;
+    if (!fs::is_regular_file(file, ec))
+        return state;
+    state.time = fs::last_write_time(file, ec);
+    state.size = fs::file_size(file, ec);
+    state.existed = !ec;
+    return state;
+}
+
+// A file the run wrote: a regular file now that did not exist before it, or that changed.
+bool WrittenSince(const fs::path& file, const FileState& before) {
+    const FileState after = StateOf(file);
+    if (!after.existed)
+        return false;
+    return !before.existed || after.time != before.time || after.size != before.size;
+}
+
+} // namespace
+
+std::string WriteProblem(const fs::path& file) {
+    std::error_code ec;
+    if (file.empty())
+        return "no file name given";
+    if (fs::is_directory(file, ec))
+        return "it is a folder, not a file";
+    const fs::path folder = file.has_parent_path() ? file.parent_path() : fs::path(".");
+    if (!fs::exists(folder, ec))
+        return "the folder " + folder.string() + " does not exist";
+    if (!fs::is_directory(folder, ec))
+        return folder.string() + " is not a folder";
+    if (fs::exists(file, ec)) {
+        if (::access(file.c_str(), W_OK) != 0)
+            return std::string("it is read-only (") + std::strerror(errno) + ")";
+    } else if (::access(folder.c_str(), W_OK) != 0) {
+        return "the folder " + folder.string() + " is not writable (" + std::strerror(errno) + ")";
+    }
+    return {};
+}
+
+fs::path ResolveProject(const fs::path& given, std::ostream& err) {
+    std::error_code ec;
+    if (given.empty() || fs::exists(host::outcome::ProjectFile(given, ".msh"), ec))
+        return given;
+    // One of the project's files named instead of the project.
+    const std::string text = given.string();
+    static const std::regex suffix(R"((\.msh|\.toml|\.GAR|\.refine\.pos|\.geo|\.STRINTG[0-9]+)$)");
+    std::smatch match;
+    if (std::regex_search(text, match, suffix)) {
+        const fs::path project = text.substr(0, static_cast<std::size_t>(match.position(0)));
+        if (fs::exists(host::outcome::ProjectFile(project, ".msh"), ec)) {
+            err << "slabadapt: taking the project " << project.string() << " (a project is named "
+                << "by the path of its files without extension)\n";
+            return project;
+        }
+    }
+    // A folder: name the projects in it.
+    if (fs::is_directory(given, ec)) {
+        std::vector<std::string> projects;
+        for (const auto& entry : fs::directory_iterator(given, ec))
+            if (entry.path().extension() == ".msh")
+                projects.push_back((given / entry.path().stem()).string());
+        std::sort(projects.begin(), projects.end());
+        err << "slabadapt: " << given.string() << " is a folder; a project is named by the path "
+            << "of its files without extension";
+        if (!projects.empty()) {
+            err << ", for example " << projects.front();
+            if (projects.size() > 1)
+                err << " (" << projects.size() << " projects there)";
+        }
+        err << '\n';
+    }
+    return given;
+}
+
+namespace {
+
+// Why P.GAR cannot be read, for `results` and `export`; true when it is simply missing.
+bool ReportUnreadableStore(const fs::path& project, const std::exception& e, std::ostream& err) {
+    const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
+    std::error_code ec;
+    if (!fs::exists(gar, ec)) {
+        err << "slabadapt: " << gar.string() << " does not exist: the project has no stored "
+            << "results yet (`slabadapt run` writes them)\n";
+        return true;
+    }
+    err << "slabadapt: " << e.what() << '\n';
+    return false;
 }
 
 struct WrittenFile {
@@ -179,7 +277,7 @@ const char* ResultCodeName(int code) {
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
     RunReport report;
     report.options = options;
-    report.options.project = fs::absolute(options.project).lexically_normal();
+    report.options.project = fs::absolute(ResolveProject(options.project, err)).lexically_normal();
     const fs::path& project = report.options.project;
 
     if (!options.noCheck) {
@@ -195,8 +293,11 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
         }
     }
 
+    const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
+    const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");
+    const FileState garBefore = StateOf(gar);
+    const FileState posBefore = StateOf(pos);
     const auto wallStart = std::chrono::steady_clock::now();
-    const auto fileStart = fs::file_time_type::clock::now() - std::chrono::seconds(1);
     CAdaptExecute execute;
     try {
         report.code = execute.Execute(CString(project.string()),
@@ -213,9 +314,7 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
         std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
     report.globalError = execute.GetAdaptivityResult();
 
-    const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
-    const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");
-    if (WrittenSince(gar, fileStart)) {
+    if (WrittenSince(gar, garBefore)) {
         report.files.push_back({gar, "errors and new sizes per element: slabadapt results"});
         try {
             const host::outcome::Project* model =
@@ -234,7 +333,7 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
             report.resultsProblem = e.what();
         }
     }
-    if (WrittenSince(pos, fileStart)) {
+    if (report.code == Success && WrittenSince(pos, posBefore)) {
         const fs::path geo = host::outcome::ProjectFile(project, ".geo");
         report.files.push_back(
             {pos, "size field for the mesher: gmsh " +
@@ -246,9 +345,18 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
         PrintRunJson(report, out);
     else
         PrintRunText(report, out);
-    if (report.code != Success)
+    if (report.code != Success) {
         err << "slabadapt: the run ended with result " << report.code << " ("
-            << ResultCodeName(report.code) << ")\n";
+            << ResultCodeName(report.code) << ")";
+        // The module gives no reason for a file it could not write; the usual ones are here.
+        const fs::path* file = report.code == StoreResultsFailed          ? &gar
+                               : report.code == WriteMeshRefinementFailed ? &pos
+                                                                          : nullptr;
+        const std::string problem = file != nullptr ? WriteProblem(*file) : std::string();
+        if (!problem.empty())
+            err << ": " << file->string() << ": " << problem;
+        err << '\n';
+    }
     return report.code;
 }
 
@@ -256,8 +364,9 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
 // check
 // ---------------------------------------------------------------------------------------------
 
-int CheckCommand(const fs::path& project, const std::vector<long>& loadCases, bool json,
+int CheckCommand(const fs::path& given, const std::vector<long>& loadCases, bool json,
                  std::ostream& out, std::ostream& err) {
+    const fs::path project = ResolveProject(given, err);
     const CheckReport report = CheckProject(project, loadCases);
     if (json) {
         out << CheckReportJson(report) << '\n';
@@ -277,8 +386,9 @@ int CheckCommand(const fs::path& project, const std::vector<long>& loadCases, bo
 // results
 // ---------------------------------------------------------------------------------------------
 
-int ResultsCommand(const fs::path& project, const std::string& format, std::ostream& out,
+int ResultsCommand(const fs::path& given, const std::string& format, std::ostream& out,
                    std::ostream& err) {
+    const fs::path project = ResolveProject(given, err);
     std::optional<host::outcome::Project> model;
     try {
         model = host::outcome::LoadProject(project);
@@ -289,7 +399,7 @@ int ResultsCommand(const fs::path& project, const std::string& format, std::ostr
     try {
         results = ReadStoredResults(project, model ? &*model : nullptr);
     } catch (const std::exception& e) {
-        err << "slabadapt: " << e.what() << "\n(no stored results: `slabadapt run` writes them)\n";
+        ReportUnreadableStore(project, e, err);
         return kExitNoInput;
     }
     if (results.otherResults > 0)
@@ -362,8 +472,13 @@ int ResultsCommand(const fs::path& project, const std::string& format, std::ostr
 // export
 // ---------------------------------------------------------------------------------------------
 
-int ExportVtuCommand(const fs::path& project, const fs::path& vtu, std::ostream& out,
+int ExportVtuCommand(const fs::path& given, const fs::path& vtu, std::ostream& out,
                      std::ostream& err) {
+    if (vtu.empty()) {
+        err << "slabadapt: --vtu needs the name of the file to write\n";
+        return kExitUsage;
+    }
+    const fs::path project = ResolveProject(given, err);
     host::outcome::Project model;
     try {
         model = host::outcome::LoadProject(project);
@@ -375,7 +490,7 @@ int ExportVtuCommand(const fs::path& project, const fs::path& vtu, std::ostream&
     try {
         results = ReadStoredResults(project, &model);
     } catch (const std::exception& e) {
-        err << "slabadapt: " << e.what() << "\n(no stored results: `slabadapt run` writes them)\n";
+        ReportUnreadableStore(project, e, err);
         return kExitNoInput;
     }
     const auto columns = ElementColumns(results, model.mesh.elements.size());
@@ -383,7 +498,9 @@ int ExportVtuCommand(const fs::path& project, const fs::path& vtu, std::ostream&
     try {
         WriteVtu(vtu, model.mesh, columns, sizes);
     } catch (const std::exception& e) {
-        err << "slabadapt: " << e.what() << '\n';
+        const std::string problem = WriteProblem(vtu);
+        err << "slabadapt: cannot write " << vtu.string() << ": "
+            << (problem.empty() ? std::string(e.what()) : problem) << '\n';
         return kExitCannotWrite;
     }
     out << "wrote " << vtu.string() << ": " << model.mesh.elements.size() << " cells, "
@@ -428,9 +545,10 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
             "FRACTION"));
     runCmd
         ->add_option("--load-case", run->loadCases,
-                     "a load-case id of P.toml to evaluate; repeat for several (summed)")
+                     "a load-case id of P.toml to evaluate; repeat for several, or 101,102 (summed)")
         ->required()
-        ->take_all();
+        ->take_all()
+        ->delimiter(',');
     runCmd
         ->add_option("--solver-type", run->solverType, "the solver type handed to the result store")
         ->check(CLI::NonNegativeNumber);
@@ -462,7 +580,8 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
     checkCmd
         ->add_option("--load-case", *checkCases,
                      "a load-case id to check; repeat for several (default: all of P.toml)")
-        ->take_all();
+        ->take_all()
+        ->delimiter(',');
     checkCmd->add_flag("--json", *checkJson, "print the report as JSON");
     checkCmd->footer("Example:\n  slabadapt check examples/floor/floor --load-case 101\n"
                      "Exits with 0 when no error was found, 65 otherwise.");
@@ -533,6 +652,17 @@ int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err
          const std::function<void(CLI::App&)>& extend) {
     CLI::App app("slabadapt: error estimation and mesh adaptivity for slab models", "slabadapt");
     app.set_version_flag("--version", std::string("slabadapt ") + slabadapt::Version());
+    // Complaints about the command line name the command they concern and its help.
+    app.failure_message([](const CLI::App* root, const CLI::Error& e) {
+        std::string command = "slabadapt";
+        for (const CLI::App* at = root; at != nullptr;) {
+            const auto parsed = at->get_subcommands();
+            at = parsed.empty() ? nullptr : parsed.front();
+            if (at != nullptr)
+                command += " " + at->get_name();
+        }
+        return command + ": " + e.what() + "\nSee `" + command + " --help`.\n";
+    });
     int exitCode = 0;
     RegisterCommands(app, exitCode, out, err);
     if (extend)

@@ -36,6 +36,14 @@ struct RunOptions {
     bool json = false;
 };
 
+// The project P a user named: P itself, or P when one of its files (P.msh, P.toml, ...) was named
+// instead and P.msh exists (said on `err`). For a folder, `err` names the projects in it.
+std::filesystem::path ResolveProject(const std::filesystem::path& given, std::ostream& err);
+
+// Why `file` cannot be written (a folder, a missing or read-only folder, a read-only file), or
+// empty when no reason is apparent.
+std::string WriteProblem(const std::filesystem::path& file);
+
 // The name of a result code of the run ("Success", "EstimatorRunFailed", ...).
 const char* ResultCodeName(int code);
 

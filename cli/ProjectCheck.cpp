@@ -103,11 +103,78 @@ struct ScannedFile {
     std::vector<ScannedElement> elements;
 };
 
+// The value columns in the order the module takes the fields of a record: ascending bit of the
+// header's flags, whatever the order of the names in the header.
+std::vector<std::string> FieldColumns(long flags) {
+    static const char* const order[] = {"igx", "igy", "igz", "mx",  "my",  "mxy", "qx",
+                                        "qy",  "nx",  "ny",  "nxy", "kx",  "ky",  "kxy",
+                                        "gxz", "gyz", "ex",  "ey",  "gxy"};
+    std::vector<std::string> columns;
+    for (const char* name : order)
+        if ((flags & ColumnFlag(name)) != 0)
+            columns.emplace_back(name);
+    return columns;
+}
+
+constexpr std::size_t kValuesStart = 16; // character 17, where the first value field begins
+constexpr std::size_t kFieldWidth = 15;
+
+// Whether a value field reads as the number it shows: the module reads a field up to the first
+// character that cannot continue a number and takes what it has (0 for none), so "1.5D+03"
+// would silently read as 1.5 and "abc" as 0.
+bool IsNumberField(const std::string& text) {
+    if (text.empty())
+        return false;
+    char* end = nullptr;
+    const double value = std::strtod(text.c_str(), &end);
+    return end == text.c_str() + text.size() && std::isfinite(value);
+}
+
 // Element number of a record: characters 0-7 read as a decimal integer the way the module
 // does (leading blanks, a sign, digits; anything else ends the number; nothing gives 0).
 long RecordElement(const std::string& line) {
     const std::string field = line.substr(0, std::min<std::size_t>(8, line.size()));
     return std::strtol(field.c_str(), nullptr, 10);
+}
+
+// The value fields of one record: each column of the header needs a field that reads as a
+// number, or the module takes 0 (or a part of it) without a word. A line cut short (the last
+// line of a file written only in part, say) is found here.
+void CheckRecordFields(const fs::path& file, std::size_t number, long element,
+                       const std::string& line, const std::vector<std::string>& fields,
+                       Collector& out) {
+    std::string missing;
+    std::size_t present = 0;
+    for (std::size_t k = 0; k < fields.size(); ++k) {
+        const std::size_t start = kValuesStart + k * kFieldWidth;
+        const std::string text =
+            start < line.size() ? Trimmed(std::string_view(line).substr(start, kFieldWidth))
+                                : std::string();
+        if (text.empty()) {
+            missing += (missing.empty() ? "" : ", ") + fields[k];
+            continue;
+        }
+        ++present;
+        if (!IsNumberField(text))
+            out.Error(file, number, "number",
+                      Format("element %ld: the %s field (characters %zu-%zu) holds \"%s\", "
+                             "which is not a finite number: the module would read %s",
+                             element, fields[k].c_str(), start + 1, start + kFieldWidth,
+                             text.c_str(),
+                             std::strtod(text.c_str(), nullptr) == 0.0 ? "0"
+                                                                       : "only its beginning"));
+    }
+    const std::size_t full = kValuesStart + fields.size() * kFieldWidth;
+    if (!missing.empty())
+        out.Error(file, number, "short",
+                  Format("element %ld: the record has values for %zu of the header's %zu "
+                         "columns; %s would read as 0 (is the line cut short?)",
+                         element, present, fields.size(), missing.c_str()));
+    else if (line.size() < full && !fields.empty())
+        out.Warning(file, number, "short",
+                    Format("element %ld: the record ends at character %zu, before the end of "
+                           "its last field (character %zu): is its %s value cut short?",
+                           element, line.size(), full, fields.back().c_str()));
 }
 
 ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
@@ -120,6 +187,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
     scan.opened = true;
     const auto& mesh = project.mesh;
     long flags = 0;
+    std::vector<std::string> fields; // the columns of the record's value fields, in order
     long previous = 0;
     std::string line;
     std::size_t number = 0;
@@ -130,16 +198,47 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
             line.pop_back();
         if (number == 3) {
             sawHeader = true;
+            std::vector<std::string> named;  // the known columns in the header's order
+            std::vector<std::string> before; // unknown columns in front of a known one
+            std::vector<std::string> unknown;
             for (std::size_t pos = 20; pos < line.size(); pos += 15) {
                 const std::string name = Lower(Trimmed(std::string_view(line).substr(pos, 15)));
                 if (name.empty())
                     continue;
                 const long flag = ColumnFlag(name);
-                if (flag == 0)
-                    out.Warning(file, number, "column",
-                                "unknown column \"" + name +
-                                    "\" is ignored (it takes no field in the records)");
+                if (flag == 0) {
+                    unknown.push_back(name);
+                    continue;
+                }
+                before.insert(before.end(), unknown.begin(), unknown.end());
+                unknown.clear();
+                named.push_back(name == "qyz" ? "gyz" : name);
                 flags |= flag;
+            }
+            // The module gives a record's fields to the known columns in its own order and
+            // gives unknown names no field, so the records line up with the header only when
+            // its known columns come in that order, each once, with unknown ones only behind
+            // them.
+            for (const std::string& name : before)
+                out.Error(file, number, "column",
+                          "unknown column \"" + name +
+                              "\" in front of known ones: it takes no field, so the values "
+                              "of the columns after it would be read from the wrong fields");
+            for (const std::string& name : unknown)
+                out.Warning(file, number, "column",
+                            "unknown column \"" + name +
+                                "\" is ignored (it takes no field in the records)");
+            if (named != FieldColumns(flags)) {
+                std::string expected, got;
+                for (const std::string& name : FieldColumns(flags))
+                    expected += (expected.empty() ? "" : " ") + name;
+                for (const std::string& name : named)
+                    got += (got.empty() ? "" : " ") + name;
+                out.Error(file, number, "column order",
+                          "the header names its columns as \"" + got +
+                              "\"; records are read in the order \"" + expected +
+                              "\" (each column once), so values would land in the wrong "
+                              "columns");
             }
             for (const char* c : {"igx", "igy", "igz"})
                 if ((flags & ColumnFlag(c)) == 0)
@@ -153,6 +252,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
                     absent += std::string(absent.empty() ? "" : ", ") + c;
             if (!absent.empty())
                 out.Warning(file, number, "values", "no column for " + absent + ": read as 0");
+            fields = FieldColumns(flags);
             continue;
         }
         if (number < 5)
@@ -171,6 +271,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
                       Format("element %ld follows element %ld: elements must be listed in "
                              "ascending order, or the module drops the ones behind",
                              element, previous));
+        CheckRecordFields(file, number, element, line, fields, out);
         previous = element;
         scan.listed = static_cast<std::size_t>(element);
         if (scan.elements.size() < scan.listed)

@@ -105,7 +105,81 @@ TEST_F(CheckTest, AHeaderWithoutACoordinateColumn) {
     WriteLines(Strintg(), lines);
     const CheckReport r = CheckProject(p, {7});
     EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 3, "no igy column")) << All(r);
-    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", 3, "unknown column \"foo\""))
+    // In front of known columns it shifts every field after it: an error, not a warning.
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 3,
+                    "unknown column \"foo\" in front of known ones"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AnUnknownColumnBehindTheKnownOnesIsAWarning) {
+    auto lines = Records();
+    lines[2] += std::string(12, ' ') + "FOO";
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(r.Passed()) << All(r);
+    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", 3,
+                    "unknown column \"foo\" is ignored"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AHeaderWithItsColumnsInAnotherOrder) {
+    auto lines = Records();
+    const auto mx = lines[2].find("             MX");
+    const auto my = lines[2].find("             MY");
+    ASSERT_NE(mx, std::string::npos);
+    ASSERT_NE(my, std::string::npos);
+    lines[2].replace(mx, 15, "             MY");
+    lines[2].replace(my, 15, "             MX");
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 3,
+                    "the header names its columns as \"igx igy igz my mx mxy"))
+        << All(r);
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 3,
+                    "records are read in the order \"igx igy igz mx my mxy"))
+        << All(r);
+}
+
+TEST_F(CheckTest, ARecordCutShortIsAnError) {
+    auto lines = Records();
+    // The last line of a file written only in part: its last four fields are gone.
+    lines.back().resize(lines.back().size() - 4 * 15);
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_FALSE(r.Passed());
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", lines.size(),
+                    "element 48: the record has values for 15 of the header's 19 columns; gyz, "
+                    "ex, ey, gxy would read as 0"))
+        << All(r);
+}
+
+TEST_F(CheckTest, ARecordCutInItsLastFieldIsAWarning) {
+    auto lines = Records();
+    lines.back().resize(lines.back().size() - 5);
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", lines.size(),
+                    "before the end of its last field"))
+        << All(r);
+    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", lines.size(), "gxy value cut short"))
+        << All(r);
+}
+
+TEST_F(CheckTest, AValueThatIsNotANumberNamesTheLineAndColumn) {
+    auto lines = Records();
+    // Line 6 (element 1): MX (characters 62-76) garbled, MY (77-91) in Fortran's D notation.
+    lines[5].replace(61, 15, "        garbage");
+    lines[5].replace(76, 15, "    1.50000D+03");
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 6,
+                    "element 1: the mx field (characters 62-76) holds \"garbage\", which is not "
+                    "a finite number: the module would read 0"))
+        << All(r);
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 6,
+                    "the my field (characters 77-91) holds \"1.50000D+03\""))
+        << All(r);
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 6, "would read only its beginning"))
         << All(r);
 }
 

@@ -281,3 +281,90 @@ TEST(Cli, PatchProjectRunsWithItsOwnLoadCase) {
     EXPECT_TRUE(Contains(o.out, "global relative error: 0.00 % (target 10 %): within the target"))
         << o.out;
 }
+
+// --- what users get wrong, and what they are told -------------------------------------------
+
+TEST(Cli, ResultsAndExportBeforeAnyRunSayThatThereIsNoStoreYet) {
+    TempDir dir;
+    const fs::path p = CopyExample(dir.path());
+    for (const std::string& command :
+         {"results " + Quote(p), "export " + Quote(p) + " --vtu " + Quote(dir / "f.vtu")}) {
+        const Outcome o = Slabadapt(command);
+        EXPECT_EQ(o.code, slabadapt::cli::kExitNoInput) << command;
+        EXPECT_EQ(o.err, "slabadapt: " + p.string() +
+                             ".GAR does not exist: the project has no stored results yet "
+                             "(`slabadapt run` writes them)\n")
+            << command;
+    }
+}
+
+TEST(Cli, AProjectNamedByOneOfItsFilesIsTaken) {
+    TempDir dir;
+    const fs::path p = CopyExample(dir.path());
+    for (const char* suffix : {".msh", ".toml", ".STRINTG0002"}) {
+        const Outcome o = Slabadapt("check " + Quote(p.string() + suffix));
+        EXPECT_EQ(o.code, 0) << suffix << o.err;
+        EXPECT_EQ(o.err, "slabadapt: taking the project " + p.string() +
+                             " (a project is named by the path of its files without extension)\n");
+        EXPECT_TRUE(Contains(o.out, "check of " + p.string() + ": 3531 elements")) << o.out;
+    }
+    // A folder: the projects in it are named.
+    const Outcome folder = Slabadapt("check " + Quote(dir.path()));
+    EXPECT_EQ(folder.code, slabadapt::cli::kExitCheckFailed);
+    EXPECT_TRUE(Contains(folder.err, "is a folder; a project is named by the path of its files "
+                                     "without extension, for example " +
+                                         p.string() + "\n"))
+        << folder.err;
+}
+
+TEST(Cli, ExportSaysWhyItCannotWrite) {
+    TempDir dir;
+    const fs::path p = CopyExample(dir.path());
+    ASSERT_EQ(Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101").code, 0);
+    const fs::path missing = dir / "no such folder" / "f.vtu";
+    const Outcome noFolder = Slabadapt("export " + Quote(p) + " --vtu " + Quote(missing));
+    EXPECT_EQ(noFolder.code, slabadapt::cli::kExitCannotWrite);
+    EXPECT_EQ(noFolder.err, "slabadapt: cannot write " + missing.string() + ": the folder " +
+                                missing.parent_path().string() + " does not exist\n");
+    const Outcome folder = Slabadapt("export " + Quote(p) + " --vtu " + Quote(dir.path()));
+    EXPECT_EQ(folder.code, slabadapt::cli::kExitCannotWrite);
+    EXPECT_TRUE(Contains(folder.err, ": it is a folder, not a file\n")) << folder.err;
+    const Outcome empty = Slabadapt("export " + Quote(p) + " --vtu ''");
+    EXPECT_EQ(empty.code, slabadapt::cli::kExitUsage);
+    EXPECT_EQ(empty.err, "slabadapt: --vtu needs the name of the file to write\n");
+}
+
+TEST(Cli, ARunThatCannotWriteTheSizeFieldSaysWhyAndDoesNotListIt) {
+    TempDir dir;
+    const fs::path p = CopyExample(dir.path());
+    fs::create_directory(p.string() + ".refine.pos"); // made just before the run
+    const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101");
+    EXPECT_EQ(o.code, 6) << o.out << o.err;
+    EXPECT_TRUE(Contains(o.out, "result: 6 WriteMeshRefinementFailed")) << o.out;
+    EXPECT_TRUE(Contains(o.out, "files written:\n  " + p.string() + ".GAR  (")) << o.out;
+    EXPECT_FALSE(Contains(o.out, ".refine.pos")) << o.out;
+    EXPECT_TRUE(Contains(o.err, "slabadapt: the run ended with result 6 "
+                                "(WriteMeshRefinementFailed): " +
+                                    p.string() + ".refine.pos: it is a folder, not a file\n"))
+        << o.err;
+}
+
+TEST(Cli, LoadCasesMayBeGivenAsAList) {
+    TempDir dir;
+    const fs::path p = CopyExample(dir.path());
+    const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101,102");
+    EXPECT_EQ(o.code, 0) << o.err;
+    EXPECT_TRUE(Contains(o.out, "target 5 %, load cases 101, 102")) << o.out;
+    EXPECT_TRUE(Contains(o.out, "global relative error: 3.51 %")) << o.out;
+}
+
+TEST(Cli, UsageErrorsNameTheCommandAndItsHelp) {
+    const Outcome o = Slabadapt("run p --target 0.05 --load-case abc");
+    EXPECT_EQ(o.code, slabadapt::cli::kExitUsage);
+    EXPECT_EQ(o.err, "slabadapt run: Could not convert: --load-case = abc\n"
+                     "See `slabadapt run --help`.\n");
+    const Outcome top = Slabadapt("frobnicate");
+    EXPECT_EQ(top.code, slabadapt::cli::kExitUsage);
+    EXPECT_TRUE(Contains(top.err, "slabadapt: ")) << top.err;
+    EXPECT_TRUE(Contains(top.err, "See `slabadapt --help`.")) << top.err;
+}
