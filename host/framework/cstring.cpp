@@ -4,6 +4,9 @@
 #include "host/win32/text.h"
 
 #include <algorithm>
+#include <cerrno>
+#include <clocale>
+#include <locale.h>
 #include <cwchar>
 #include <cwctype>
 #include <vector>
@@ -78,6 +81,35 @@ std::wstring translateFormat(const wchar_t* format) {
     }
     return out;
 }
+
+// Switches the calling thread to a UTF-8 LC_CTYPE, the other categories as they are, for the
+// object's lifetime. Without a UTF-8 locale on the system nothing changes.
+class UsingUtf8Ctype {
+public:
+    UsingUtf8Ctype() {
+        locale_t base = ::duplocale(LC_GLOBAL_LOCALE);
+        if (base == locale_t{})
+            return;
+        m_locale = ::newlocale(LC_CTYPE_MASK, "C.UTF-8", base);
+        if (m_locale == locale_t{}) {
+            ::freelocale(base);
+            return;
+        }
+        m_previous = ::uselocale(m_locale);
+    }
+    ~UsingUtf8Ctype() {
+        if (m_locale != locale_t{}) {
+            ::uselocale(m_previous);
+            ::freelocale(m_locale);
+        }
+    }
+    UsingUtf8Ctype(const UsingUtf8Ctype&) = delete;
+    UsingUtf8Ctype& operator=(const UsingUtf8Ctype&) = delete;
+
+private:
+    locale_t m_locale{};
+    locale_t m_previous{};
+};
 
 } // namespace
 
@@ -216,19 +248,26 @@ void CString::FormatV(const wchar_t* format, va_list args) {
     if (format == nullptr)
         AfxThrowInvalidArgException();
     std::wstring fmt = translateFormat(format);
+    // Narrow arguments (%hs, %S, %hc) are UTF-8 here, as everywhere in CString: the C library
+    // reads them in its LC_CTYPE, so this thread formats with a UTF-8 LC_CTYPE and the rest
+    // (LC_NUMERIC for %f and %g) of the current locale.
+    UsingUtf8Ctype utf8;
     // vswprintf does not say how much room it needs (-1 for "too small"), so grow until it fits.
     std::vector<wchar_t> buffer(256);
     for (;;) {
         va_list copy;
         va_copy(copy, args);
+        errno = 0;
         int n = std::vswprintf(buffer.data(), buffer.size(), fmt.c_str(), copy);
+        const int error = errno;
         va_end(copy);
         if (n >= 0 && static_cast<std::size_t>(n) < buffer.size()) {
             m_text.assign(buffer.data(), static_cast<std::size_t>(n));
             return;
         }
-        if (buffer.size() >= (std::size_t{1} << 26))
-            AfxThrowInvalidArgException(); // an argument that cannot be converted
+        // A narrow argument that is not UTF-8 fails at any size.
+        if (error == EILSEQ || buffer.size() >= (std::size_t{1} << 26))
+            AfxThrowInvalidArgException();
         buffer.resize(buffer.size() * 4);
     }
 }

@@ -60,8 +60,10 @@ public:
     int Replace(wchar_t oldCh, wchar_t newCh);
 
     // printf-style formatting with the framework's wide conventions: %s and %c take wide
-    // arguments (wchar_t*, wchar_t), %hs/%S and %hc/%C narrow ones; %ls stays wide. Everything
-    // else follows the C library (%d, %lu, %0*lu, %g, %f, ...). Replaces the content.
+    // arguments (wchar_t*, wchar_t), %hs/%S and %hc/%C narrow ones (UTF-8, as the narrow
+    // constructor reads them; text that is not UTF-8 throws CInvalidArgException); %ls stays
+    // wide. Everything else follows the C library and its current locale (%d, %lu, %0*lu, %g,
+    // %f, ...). Replaces the content.
     void Format(const wchar_t* format, ...);
     void FormatV(const wchar_t* format, va_list args);
     void AppendFormat(const wchar_t* format, ...);

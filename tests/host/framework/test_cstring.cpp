@@ -3,7 +3,10 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <clocale>
 #include <sstream>
+#include <string>
 
 namespace {
 
@@ -80,6 +83,30 @@ TEST(CStringTest, FormatTakesWideStringsForPercentS) {
     EXPECT_EQ(s, L"wide--5-narrow-narrow2-w2-c-1.500-%");
     s.Format(L"%I64d", static_cast<long long>(1) << 40);
     EXPECT_EQ(s, L"1099511627776");
+}
+
+TEST(CStringTest, FormatReadsNarrowArgumentsAsUtf8WhateverTheLocale) {
+    // The narrow constructor reads UTF-8; Format's narrow arguments do too, also in the "C"
+    // locale, and the numeric locale still decides the decimal separator.
+    const std::string savedCtype = std::setlocale(LC_CTYPE, nullptr);
+    const std::string savedNumeric = std::setlocale(LC_NUMERIC, nullptr);
+    std::setlocale(LC_CTYPE, "C");
+    std::setlocale(LC_NUMERIC, "C");
+    CString s;
+    s.Format(L"%hs|%S|%.1f", "Ve\xc4\x8D" "ern\xC3\xAD", "stropn\xC3\xAD deska", 2.5);
+    EXPECT_EQ(s, L"Ve\u010Dern\u00ED|stropn\u00ED deska|2.5");
+    EXPECT_EQ(CString(L"Ve\u010Dern\u00ED"), CString("Ve\xc4\x8D" "ern\xC3\xAD"));
+    if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr) {
+        s.Format(L"%hs %.1f", "\xC3\xA9", 2.5);
+        EXPECT_EQ(s, L"\u00E9 2,5");
+    }
+    std::setlocale(LC_NUMERIC, savedNumeric.c_str());
+    // Text that is not UTF-8 is refused at once, and the thread's locale is as before.
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_THROW(s.Format(L"%hs", "\xff\xfe"), CInvalidArgException);
+    EXPECT_LT(std::chrono::steady_clock::now() - start, std::chrono::milliseconds(100));
+    EXPECT_EQ(std::string(std::setlocale(LC_CTYPE, nullptr)), "C");
+    std::setlocale(LC_CTYPE, savedCtype.c_str());
 }
 
 TEST(CStringTest, FormatGrowsForLongOutput) {
