@@ -21,6 +21,7 @@
 #include <optional>
 #include <regex>
 #include <sstream>
+#include <string_view>
 
 #include <unistd.h>
 
@@ -44,6 +45,20 @@ std::string General(double value) {
     char buffer[64];
     std::snprintf(buffer, sizeof buffer, "%.4g", value);
     return buffer;
+}
+
+// A CSV field as RFC 4180 has it: quoted, with its quotes doubled, when it holds a comma, a
+// quote or a line break (slab names come from P.toml and may hold any of them).
+std::string CsvField(std::string_view text) {
+    if (text.find_first_of(",\"\r\n") == std::string_view::npos)
+        return std::string(text);
+    std::string quoted = "\"";
+    for (const char c : text) {
+        if (c == '"')
+            quoted += '"';
+        quoted += c;
+    }
+    return quoted + '"';
 }
 
 std::string Padded(std::string text, std::size_t width, bool right = true) {
@@ -413,7 +428,7 @@ int ResultsCommand(const fs::path& given, const std::string& format, std::ostrea
         out << '\n';
         for (const SlabResult& s : results.slabs)
             for (std::size_t r = 0; r < s.rows.size(); ++r) {
-                out << s.slab << ',' << s.name << ',' << s.resultCase << ',' << r << ','
+                out << s.slab << ',' << CsvField(s.name) << ',' << s.resultCase << ',' << r << ','
                     << s.elementIds[r];
                 for (double v : s.rows[r])
                     out << ',' << (std::isnan(v) ? std::string() : JsonNumber(v));
@@ -524,6 +539,33 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
         "cases),\nP.STRINTG0001... (integration-point results); a run writes P.GAR and "
         "P.refine.pos.\nExit codes: run: its result code 0-6; 64 usage, 65 the project "
         "check failed,\n66 input missing, 70 internal failure, 74 output not written.");
+
+    // help: the same text as --help, on standard output; `help COMMAND` gives a command's.
+    auto helpTopic = std::make_shared<std::string>();
+    CLI::App* helpCmd =
+        app.add_subcommand("help", "Print this help, or the help of one command (help run)");
+    helpCmd->add_option("command", *helpTopic, "the command to explain");
+    helpCmd->footer("Example:\n  slabadapt help results");
+    helpCmd->callback([helpTopic, &app, &exitCode, &out, &err] {
+        if (helpTopic->empty()) {
+            // app.help() would explain the command that runs, this one.
+            out << app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
+            exitCode = 0;
+            return;
+        }
+        CLI::App* command = nullptr;
+        for (CLI::App* sub : app.get_subcommands({}))
+            if (sub->get_name() == *helpTopic)
+                command = sub;
+        if (command == nullptr) {
+            err << "slabadapt help: there is no command " << *helpTopic
+                << "\nSee `slabadapt --help`.\n";
+            exitCode = kExitUsage;
+            return;
+        }
+        out << command->help(app.get_name());
+        exitCode = 0;
+    });
 
     // run
     auto run = std::make_shared<RunOptions>();
@@ -667,6 +709,11 @@ int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err
     RegisterCommands(app, exitCode, out, err);
     if (extend)
         extend(app);
+    if (argc <= 1) {
+        // No command: what there is to choose from, as a complaint.
+        err << app.help();
+        return kExitUsage;
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::RuntimeError& e) {

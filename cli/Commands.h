@@ -6,6 +6,7 @@
 //   slabadapt check P [--load-case ID ...] [--json]
 //   slabadapt results P [--format table|csv|json]
 //   slabadapt export P --vtu FILE
+//   slabadapt help [COMMAND]
 //
 // Every command writes its report to `out` and its complaints to `err`, and returns the
 // process's exit code.
@@ -55,12 +56,13 @@ int ResultsCommand(const std::filesystem::path& project, const std::string& form
 int ExportVtuCommand(const std::filesystem::path& project, const std::filesystem::path& vtu,
                      std::ostream& out, std::ostream& err);
 
-// Adds run, check, results and export to `app`. The subcommand that runs stores its exit code
+// Adds help, run, check, results and export to `app`. The subcommand that runs stores its exit code
 // in exitCode (which must outlive the parse).
 void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostream& err);
 
 // The whole command: builds the command line, lets `extend` add commands of other parts of the
-// program (after the own ones exist), parses argv and returns the exit code.
+// program (after the own ones exist), parses argv and returns the exit code. Without a command
+// the help goes to `err` and the code is kExitUsage.
 int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
          const std::function<void(CLI::App&)>& extend = {});
 

@@ -5,14 +5,9 @@
 
 #include <algorithm>
 #include <cmath>
-#include <cstdlib>
 #include <limits>
-#include <optional>
-#include <stdexcept>
 #include <string>
-#include <system_error>
-
-#include <unistd.h>
+#include <string_view>
 
 namespace slabadapt::cli {
 
@@ -28,59 +23,12 @@ const std::array<ColumnInfo, 4> kColumns = {{
     {"new_size", "new size", "the element size the next mesh needs, in the mesh's length unit"},
 }};
 
-namespace {
-
-// The result store opens P.GAR for writing (it makes sure its catalog exists), so a P.GAR the
-// user may only read (another user's project, an archive) is read from a private copy.
-class ReadableCopy {
-public:
-    explicit ReadableCopy(const fs::path& gar) : m_file(gar) {
-        if (::access(gar.c_str(), W_OK) == 0 || ::access(gar.c_str(), R_OK) != 0)
-            return;
-        std::string pattern = (fs::temp_directory_path() / "slabadapt-XXXXXX").string();
-        if (::mkdtemp(pattern.data()) == nullptr)
-            return;
-        m_dir = pattern;
-        std::error_code ec;
-        fs::copy_file(gar, m_dir / "copy.GAR", ec);
-        if (!ec) {
-            m_file = m_dir / "copy.GAR";
-            fs::permissions(m_file, fs::perms::owner_read | fs::perms::owner_write,
-                            fs::perm_options::add, ec);
-        }
-    }
-    ~ReadableCopy() {
-        std::error_code ec;
-        if (!m_dir.empty())
-            fs::remove_all(m_dir, ec);
-    }
-    ReadableCopy(const ReadableCopy&) = delete;
-    ReadableCopy& operator=(const ReadableCopy&) = delete;
-    const fs::path& File() const { return m_file; }
-
-private:
-    fs::path m_file;
-    fs::path m_dir;
-};
-
-} // namespace
-
 StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Project* model) {
     StoredResults results;
     results.garFile = host::outcome::ProjectFile(project, ".GAR");
-    const ReadableCopy readable(results.garFile);
-    std::optional<host::outcome::GarStore> opened;
-    try {
-        opened.emplace(readable.File(), false);
-    } catch (const std::exception& e) {
-        // Name the user's file, not the private copy.
-        std::string message = e.what();
-        const std::string copy = readable.File().string();
-        if (const auto at = message.find(copy); at != std::string::npos && copy != results.garFile)
-            message.replace(at, copy.size(), results.garFile.string());
-        throw host::outcome::GarError(message);
-    }
-    const host::outcome::GarStore& store = *opened;
+    // Opening to read writes nothing, so a P.GAR the user may only read (another user's project,
+    // an archive) is read in place.
+    const host::outcome::GarStore store(results.garFile, false);
     const GUID type = *host::com::ParseGuid(std::string_view(kAdaptivityResultType));
     for (const host::outcome::StoredResultInfo& info : store.List()) {
         const CKQ_ResultKey& key = info.key;

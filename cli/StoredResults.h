@@ -36,7 +36,7 @@ struct StoredResults {
     std::size_t otherResults = 0;  // results of other types, not listed
 };
 
-// Reads P.GAR (from a private copy when the user may only read it). Throws
+// Reads P.GAR, in place (also one the user may only read). Throws
 // host::outcome::GarError when it is missing or not a result store.
 // `model` (may be null) gives the slab names.
 StoredResults ReadStoredResults(const std::filesystem::path& project,

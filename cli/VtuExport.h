@@ -1,6 +1,7 @@
 #pragma once
 // The mesh with the stored adaptivity results as a VTK XML unstructured grid (.vtu), for
-// ParaView: per cell the slab and the four stored columns, per point the nodal size.
+// ParaView: per cell the slab and the four stored columns, per point the nodal size. The Float64
+// arrays are inline binary (base64), so that a cell without a value reads back as NaN.
 #include "host/outcome/project.h"
 
 #include <array>
