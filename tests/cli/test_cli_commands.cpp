@@ -770,6 +770,13 @@ TEST(Cli, AStoreTheUserMayOnlyReadIsReadWhereItIs) {
     const fs::path out = dir / "out";
     fs::create_directory(out);
     fs::permissions(out, fs::perms::all);
+    // A copy of the program that the other user can reach even when the build folder lies
+    // under a folder closed to others (a clone in /root, say).
+    const fs::path program = dir / "slabadapt";
+    fs::copy_file(SLABADAPT_EXECUTABLE, program);
+    fs::permissions(program, fs::perms::owner_all | fs::perms::group_read |
+                                 fs::perms::group_exec | fs::perms::others_read |
+                                 fs::perms::others_exec);
     fs::permissions(gar, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
     struct Writable { // again at the end, so that the folder can be removed
         fs::path folder;
@@ -792,12 +799,12 @@ TEST(Cli, AStoreTheUserMayOnlyReadIsReadWhereItIs) {
     std::sort(entries.begin(), entries.end());
 
     const Outcome csv =
-        Shell(as + "'" + SLABADAPT_EXECUTABLE + "' results " + Quote(p) + " --format csv");
+        Shell(as + Quote(program) + " results " + Quote(p) + " --format csv");
     EXPECT_EQ(csv.code, 0) << csv.err;
     EXPECT_EQ(csv.err, "");
     EXPECT_EQ(Lines(csv.out).size(), 3532u);
-    const Outcome exported = Shell(as + "'" + SLABADAPT_EXECUTABLE + "' export " + Quote(p) +
-                                   " --vtu " + Quote(out / "f.vtu"));
+    const Outcome exported =
+        Shell(as + Quote(program) + " export " + Quote(p) + " --vtu " + Quote(out / "f.vtu"));
     EXPECT_EQ(exported.code, 0) << exported.err;
     EXPECT_EQ(VtuFloat64Array(ReadFile(out / "f.vtu"), "Name=\"new_size\"").size(), 3531u);
 
