@@ -208,8 +208,10 @@ error:
 
     true error = sqrt(E / (E + U)),   E = sum w (f_exact - f_h) . (d_exact - d_h),   U = sum w f_h . d_h
 
-summed over every integration point of the STRINTG files with the module's weights (a third of
-the element area on a triangle, a quarter on a quadrilateral), where f are the eight forces per
+summed over every integration point of the STRINTG files with weights in the module's
+proportions (a third of the element area per point on a triangle, a quarter on a
+quadrilateral; the module itself gives triangle points twice that weight, a common factor that
+cancels in a relative error because every study uses one element type), where f are the eight forces per
 unit width (mx, my, mxy, qx, qy, nx, ny, nxy) and d the eight deformations (kx, ky, kxy, gxz,
 gyz, ex, ey, gxy). Estimate and truth thus see the same points, the same quadrature and the
 same finite-element norm U. The **effectivity index** is the ratio of the estimated to the true
