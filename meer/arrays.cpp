@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstring>
 #include <string>
+#include <type_traits>
 #include <vector>
 
 namespace meerspace {
@@ -92,6 +93,70 @@ template <typename T> T* baseOf(T* data, std::int32_t shifted) {
     return data == nullptr ? nullptr : data - shifted;
 }
 
+// Buffer bookkeeping shared by Dvctr and Lvctr (V is either; only the element type of its data
+// pointer differs). The checks stay in the classes, so each reports its own source line.
+
+// Every field taken over from other, nothing freed: assignment shares the buffer.
+template <typename V> void takeFields(V& v, const V& other) {
+    v.borrowed = other.borrowed;
+    v.viewKind = other.viewKind;
+    v.shifted = other.shifted;
+    v.n = other.n;
+    v.capacity = other.capacity;
+    v.data = other.data;
+}
+
+// The empty state, without freeing anything.
+template <typename V> void forget(V& v) {
+    v.data = nullptr;
+    v.n = v.capacity = v.shifted = 0;
+    v.borrowed = v.viewKind = 0;
+}
+
+template <typename V> void* shiftBy(V& v, std::int32_t k) {
+    if (v.data == nullptr)
+        return &v;
+    v.shifted += k;
+    v.data += k;
+    return v.data;
+}
+
+template <typename V> void reserveExactly(V& v, std::int32_t count) {
+    if (count <= v.capacity)
+        return;
+    using T = std::remove_pointer_t<decltype(v.data)>;
+    auto* fresh = new T[static_cast<std::size_t>(count)];
+    if (v.n > 0)
+        std::copy(v.data, v.data + v.n, fresh);
+    // A borrowed buffer is never freed here; the vector owns what it allocated from now on.
+    if (v.borrowed == 0)
+        delete[] baseOf(v.data, v.shifted);
+    v.data = fresh;
+    v.capacity = count;
+    v.shifted = 0;
+    v.borrowed = v.viewKind = 0;
+}
+
+// A borrowed view of count elements of buffer; the view kind only records which attach made
+// the view, nothing else reads it.
+template <typename V, typename T>
+void borrow(V& v, T* buffer, std::int32_t count, std::int8_t kind) {
+    v.borrowed = 1;
+    v.viewKind = kind;
+    v.shifted = 0;
+    v.n = count;
+    v.capacity = 0;
+    v.data = buffer;
+}
+
+template <typename V> void deepCopy(V& v, const V& other) {
+    if (other.n > 0) {
+        v.reserve(other.n);
+        std::copy(other.data, other.data + other.n, v.data);
+        v.n = other.n;
+    }
+}
+
 // Squares in 32-bit arithmetic: a square beyond the 32-bit range wraps (modulo 2^32) before
 // it is converted to double, as the engine's integer norm always has.
 std::int32_t wrappedSquare(std::int32_t v) {
@@ -113,23 +178,14 @@ Dvctr::Dvctr(std::int32_t count) {
 }
 
 Dvctr::Dvctr(const Dvctr& other) : Xvctr() {
-    if (other.n > 0) {
-        reserve(other.n);
-        std::copy(other.data, other.data + other.n, data);
-        n = other.n;
-    }
+    deepCopy(*this, other);
 }
 
 Dvctr& Dvctr::operator=(const Dvctr& other) {
     // A plain field copy and nothing else: the buffer this vector held before is neither freed
     // nor touched, because another vector may still share it through an earlier assignment
     // (solve leaves x and b sharing b's buffer). Whoever drops a buffer this way frees it.
-    borrowed = other.borrowed;
-    viewKind = other.viewKind;
-    shifted = other.shifted;
-    n = other.n;
-    capacity = other.capacity;
-    data = other.data;
+    takeFields(*this, other);
     return *this;
 }
 
@@ -206,11 +262,7 @@ void Dvctr::copyElement(std::int32_t i, const Array& other, std::int32_t j) {
 }
 
 void* Dvctr::shift(std::int32_t k) {
-    if (data == nullptr)
-        return this;
-    shifted += k;
-    data += k;
-    return data;
+    return shiftBy(*this, k);
 }
 
 bool Dvctr::scan(char** cursor) {
@@ -232,30 +284,15 @@ double Dvctr::norm() const {
 void Dvctr::release() {
     if (borrowed == 0)
         delete[] data;
-    data = nullptr;
-    n = capacity = shifted = 0;
-    borrowed = viewKind = 0;
+    forget(*this);
 }
 
 void Dvctr::detach() {
-    data = nullptr;
-    n = capacity = shifted = 0;
-    borrowed = viewKind = 0;
+    forget(*this);
 }
 
 void Dvctr::reserve(std::int32_t count) {
-    if (count <= capacity)
-        return;
-    auto* fresh = new double[static_cast<std::size_t>(count)];
-    if (n > 0)
-        std::copy(data, data + n, fresh);
-    // A borrowed buffer is never freed here; the vector owns what it allocated from now on.
-    if (borrowed == 0)
-        delete[] baseOf(data, shifted);
-    data = fresh;
-    capacity = count;
-    shifted = 0;
-    borrowed = viewKind = 0;
+    reserveExactly(*this, count);
 }
 
 void Dvctr::resize(std::int32_t count) {
@@ -282,24 +319,13 @@ void Dvctr::copyFrom(const Dvctr& v) {
 void Dvctr::attach(double* buffer, std::int32_t count) {
     if (data != nullptr)
         ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
-    borrowed = 1;
-    viewKind = 0;
-    shifted = 0;
-    n = count;
-    capacity = 0;
-    data = buffer;
+    borrow(*this, buffer, count, 0);
 }
 
 void Dvctr::attachView(double* buffer, std::int32_t count) {
     if (data != nullptr)
         ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
-    borrowed = 1;
-    // The view kind only records which attach made the view; nothing else reads it.
-    viewKind = 1;
-    shifted = 0;
-    n = count;
-    capacity = 0;
-    data = buffer;
+    borrow(*this, buffer, count, 1);
 }
 
 void Dvctr::unshift() {
@@ -439,21 +465,12 @@ Lvctr::Lvctr(std::int32_t count) {
 }
 
 Lvctr::Lvctr(const Lvctr& other) : Xvctr() {
-    if (other.n > 0) {
-        reserve(other.n);
-        std::copy(other.data, other.data + other.n, data);
-        n = other.n;
-    }
+    deepCopy(*this, other);
 }
 
 Lvctr& Lvctr::operator=(const Lvctr& other) {
     // A plain field copy, as for Dvctr: the previous buffer is left alone.
-    borrowed = other.borrowed;
-    viewKind = other.viewKind;
-    shifted = other.shifted;
-    n = other.n;
-    capacity = other.capacity;
-    data = other.data;
+    takeFields(*this, other);
     return *this;
 }
 
@@ -526,11 +543,7 @@ void Lvctr::copyElement(std::int32_t i, const Array& other, std::int32_t j) {
 }
 
 void* Lvctr::shift(std::int32_t k) {
-    if (data == nullptr)
-        return this;
-    shifted += k;
-    data += k;
-    return data;
+    return shiftBy(*this, k);
 }
 
 bool Lvctr::scan(char** cursor) {
@@ -551,30 +564,15 @@ double Lvctr::norm() const {
 void Lvctr::release() {
     if (borrowed == 0)
         delete[] data;
-    data = nullptr;
-    n = capacity = shifted = 0;
-    borrowed = viewKind = 0;
+    forget(*this);
 }
 
 void Lvctr::detach() {
-    data = nullptr;
-    n = capacity = shifted = 0;
-    borrowed = viewKind = 0;
+    forget(*this);
 }
 
 void Lvctr::reserve(std::int32_t count) {
-    if (count <= capacity)
-        return;
-    auto* fresh = new std::int32_t[static_cast<std::size_t>(count)];
-    if (n > 0)
-        std::copy(data, data + n, fresh);
-    // A borrowed buffer is never freed here; the vector owns what it allocated from now on.
-    if (borrowed == 0)
-        delete[] baseOf(data, shifted);
-    data = fresh;
-    capacity = count;
-    shifted = 0;
-    borrowed = viewKind = 0;
+    reserveExactly(*this, count);
 }
 
 void Lvctr::resize(std::int32_t count) {
@@ -603,23 +601,13 @@ void Lvctr::copyFrom(const Lvctr& v) {
 void Lvctr::attach(std::int32_t* buffer, std::int32_t count) {
     if (data != nullptr)
         ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
-    borrowed = 1;
-    viewKind = 0;
-    shifted = 0;
-    n = count;
-    capacity = 0;
-    data = buffer;
+    borrow(*this, buffer, count, 0);
 }
 
 void Lvctr::attachView(std::int32_t* buffer, std::int32_t count) {
     if (data != nullptr)
         ERROR(kSource, __LINE__, "%s", kInternalErrorMessage);
-    borrowed = 1;
-    viewKind = 1;
-    shifted = 0;
-    n = count;
-    capacity = 0;
-    data = buffer;
+    borrow(*this, buffer, count, 1);
 }
 
 void Lvctr::unshift() {
