@@ -41,14 +41,20 @@ struct CIntegrationPointData {
     }
 
     // The i-th value (0..7) of a group; std::out_of_range outside.
-    double GetInternalForce(int i) const { return m_dInternalForces.at(static_cast<std::size_t>(i)); }
-    void SetInternalForce(int i, double value) { m_dInternalForces.at(static_cast<std::size_t>(i)) = value; }
+    double GetInternalForce(int i) const {
+        return m_dInternalForces.at(static_cast<std::size_t>(i));
+    }
+    void SetInternalForce(int i, double value) {
+        m_dInternalForces.at(static_cast<std::size_t>(i)) = value;
+    }
     double GetDeformation(int i) const { return m_dDeformations.at(static_cast<std::size_t>(i)); }
-    void SetDeformation(int i, double value) { m_dDeformations.at(static_cast<std::size_t>(i)) = value; }
+    void SetDeformation(int i, double value) {
+        m_dDeformations.at(static_cast<std::size_t>(i)) = value;
+    }
 
-    CKQPoint3D m_GlobalCoords;                                      // the origin until read
-    std::array<double, c_nValuesPerGroup> m_dInternalForces{};     // mx, my, mxy, qx, qy, nx, ny, nxy
-    std::array<double, c_nValuesPerGroup> m_dDeformations{};       // kx, ky, kxy, gxz, gyz, ex, ey, gxy
+    CKQPoint3D m_GlobalCoords;                                 // the origin until read
+    std::array<double, c_nValuesPerGroup> m_dInternalForces{}; // mx, my, mxy, qx, qy, nx, ny, nxy
+    std::array<double, c_nValuesPerGroup> m_dDeformations{};   // kx, ky, kxy, gxz, gyz, ex, ey, gxy
 };
 
 class CAdaptiveMeshData {
@@ -100,8 +106,10 @@ public:
     void GetIntegrationPointResults(unsigned long element, unsigned long point,
                                     Outcome64Enums::eIntegrationPointDataType type,
                                     double* out) const;
-    const CKQPoint3D& GetIntegrationPointGlobalCoords(unsigned long element, unsigned long point) const;
-    const CKQPoint3D& GetIntegrationPointLocalCoords(unsigned long element, unsigned long point) const;
+    const CKQPoint3D& GetIntegrationPointGlobalCoords(unsigned long element,
+                                                      unsigned long point) const;
+    const CKQPoint3D& GetIntegrationPointLocalCoords(unsigned long element,
+                                                     unsigned long point) const;
     double GetIntegrationPointWeight(unsigned long element, unsigned long point) const;
 
     // One result table per slab under the adaptivity result type; columns 0 and 1 take the
@@ -121,7 +129,8 @@ public:
 private:
     friend struct CAdaptiveMeshDataTestAccess;
 
-    bool ReadSTRINTGFile(const CString& projectPath, unsigned long loadCase, IntegrationPointTable& table);
+    bool ReadSTRINTGFile(const CString& projectPath, unsigned long loadCase,
+                         IntegrationPointTable& table);
     static void GetPropertyFlags(const CString& line, long& flags);
     static ePropertyFlag GetPropertyFlagFromName(const CString& name);
     void AddToResults(const IntegrationPointTable& table);

@@ -1,4 +1,5 @@
 #include "adaptivity/AdaptivityImpl.h"
+#include "adaptivity/ResultLayout.h"
 
 #include <cmath>
 #include <functional>
@@ -347,17 +348,9 @@ std::vector<double> CAdaptivityImpl::GetMeshRefinementOnElements() const {
 }
 
 std::vector<double> CAdaptivityImpl::GetMeshRefinementOnNodes() const {
-    const std::vector<double> elementSizes = GetMeshRefinementOnElements();
-    std::vector<double> result(toUnsigned(n_nodes), 0.0);
-    for (std::size_t n = 0; n < result.size() && n < m_nodeToElements.size(); ++n) {
-        const std::vector<long>& list = m_nodeToElements[n];
-        if (list.empty())
-            continue;
-        double sum = 0.0;
-        for (long e : list)
-            sum += elementSizes.at(static_cast<std::size_t>(e));
-        result[n] = sum / static_cast<double>(list.size());
-    }
+    std::vector<double> result =
+        slabadapt::results::AverageOnNodes(m_nodeToElements, GetMeshRefinementOnElements());
+    result.resize(toUnsigned(n_nodes), 0.0);
     return result;
 }
 

@@ -33,9 +33,13 @@ bool CAdaptivityResultsAPIImpl::PrepareAdaptiveMeshData(const std::vector<long>&
     return m_AdaptiveMeshData.PrepareResultsOnIntegrationPoints(loadCaseNumbers, ProjectPath());
 }
 
-void CAdaptivityResultsAPIImpl::ClearAdaptiveMeshData() { m_AdaptiveMeshData.Clear(); }
+void CAdaptivityResultsAPIImpl::ClearAdaptiveMeshData() {
+    m_AdaptiveMeshData.Clear();
+}
 
-unsigned long CAdaptivityResultsAPIImpl::GetNoOfNodes() { return m_ResultsAPI.GetNoOfNodes(); }
+unsigned long CAdaptivityResultsAPIImpl::GetNoOfNodes() {
+    return m_ResultsAPI.GetNoOfNodes();
+}
 
 // The highest slab id is taken for the number of slabs: slab ids run from 1 without gaps.
 // Without a solver link (Init answered -1) there are no slabs.
@@ -44,7 +48,8 @@ unsigned long CAdaptivityResultsAPIImpl::GetNoOfSlabs() {
     return link != nullptr ? static_cast<unsigned long>(link->GetMaxSlabMacroID()) : 0;
 }
 
-unsigned long CAdaptivityResultsAPIImpl::GetElementsOnSlab(unsigned long slab, unsigned long& count) {
+unsigned long CAdaptivityResultsAPIImpl::GetElementsOnSlab(unsigned long slab,
+                                                           unsigned long& count) {
     return m_ResultsAPI.GetElementsOnSlab(slab + 1, count) - 1;
 }
 
@@ -59,9 +64,9 @@ CKQPoint3D CAdaptivityResultsAPIImpl::NodeCoords(unsigned long node) {
     return m_ResultsAPI.NodeCoords(node + 1);
 }
 
-void CAdaptivityResultsAPIImpl::GetIntegrationPointResults(unsigned long element, unsigned long point,
-                                                           Outcome64Enums::eIntegrationPointDataType type,
-                                                           double* out) const {
+void CAdaptivityResultsAPIImpl::GetIntegrationPointResults(
+    unsigned long element, unsigned long point, Outcome64Enums::eIntegrationPointDataType type,
+    double* out) const {
     m_AdaptiveMeshData.GetIntegrationPointResults(element, point, type, out);
 }
 
@@ -86,11 +91,9 @@ bool CAdaptivityResultsAPIImpl::WriteMeshRefinement(const std::vector<double>& r
     return true;
 }
 
-bool CAdaptivityResultsAPIImpl::StoreMeshErrorAndRefinementInResults(unsigned long resultCase,
-                                                                     const std::vector<double>& first,
-                                                                     const std::vector<double>& second,
-                                                                     const std::vector<double>& third,
-                                                                     const std::vector<double>& fourth) {
+bool CAdaptivityResultsAPIImpl::StoreMeshErrorAndRefinementInResults(
+    unsigned long resultCase, const std::vector<double>& first, const std::vector<double>& second,
+    const std::vector<double>& third, const std::vector<double>& fourth) {
     return m_AdaptiveMeshData.StoreMeshErrorAndRefinementInResults(m_ResultsAPI, resultCase, first,
                                                                    second, third, fourth);
 }
@@ -104,9 +107,12 @@ double CAdaptivityResultsAPIImpl::GetElementThickness(unsigned long element) {
 }
 
 // Deliberately 1.0 for every element: the estimator works with the unreduced section.
-double CAdaptivityResultsAPIImpl::GetElementThicknessReduced(unsigned long) { return 1.0; }
+double CAdaptivityResultsAPIImpl::GetElementThicknessReduced(unsigned long) {
+    return 1.0;
+}
 
-Outcome64Enums::eElementType CAdaptivityResultsAPIImpl::GetElementType(unsigned long element) const {
+Outcome64Enums::eElementType
+CAdaptivityResultsAPIImpl::GetElementType(unsigned long element) const {
     return m_AdaptiveMeshData.GetElementType(element);
 }
 

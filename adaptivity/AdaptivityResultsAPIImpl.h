@@ -28,8 +28,10 @@ public:
     void GetIntegrationPointResults(unsigned long element, unsigned long point,
                                     Outcome64Enums::eIntegrationPointDataType type,
                                     double* out) const override;
-    CKQPoint3D GetIntegrationPointGlobalCoords(unsigned long element, unsigned long point) const override;
-    CKQPoint3D GetIntegrationPointLocalCoords(unsigned long element, unsigned long point) const override;
+    CKQPoint3D GetIntegrationPointGlobalCoords(unsigned long element,
+                                               unsigned long point) const override;
+    CKQPoint3D GetIntegrationPointLocalCoords(unsigned long element,
+                                              unsigned long point) const override;
 
     bool WriteMeshRefinement(const std::vector<double>& refinement) override;
     bool StoreMeshErrorAndRefinementInResults(unsigned long resultCase,

@@ -304,7 +304,7 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
                 << "; nothing was run (--no-check runs anyway)\n";
             if (options.json)
                 PrintRunJson(report, out);
-            return kExitCheckFailed;
+            return kExitDataError;
         }
     }
 
@@ -392,7 +392,7 @@ int CheckCommand(const fs::path& given, const std::vector<long>& loadCases, bool
     if (!report.Passed()) {
         if (json)
             err << "slabadapt: the project check found " << report.Errors() << " errors\n";
-        return kExitCheckFailed;
+        return kExitDataError;
     }
     return 0;
 }
@@ -401,64 +401,45 @@ int CheckCommand(const fs::path& given, const std::vector<long>& loadCases, bool
 // results
 // ---------------------------------------------------------------------------------------------
 
-int ResultsCommand(const fs::path& given, const std::string& format, std::ostream& out,
-                   std::ostream& err) {
-    const fs::path project = ResolveProject(given, err);
-    std::optional<host::outcome::Project> model;
-    try {
-        model = host::outcome::LoadProject(project);
-    } catch (const std::exception&) {
-        // The stored results stand on their own; names are left empty.
-    }
-    StoredResults results;
-    try {
-        results = ReadStoredResults(project, model ? &*model : nullptr);
-    } catch (const std::exception& e) {
-        ReportUnreadableStore(project, e, err);
-        return kExitNoInput;
-    }
-    if (results.otherResults > 0)
-        err << "slabadapt: " << results.otherResults
-            << " stored results of other types are not listed\n";
+namespace {
 
-    if (format == "csv") {
-        out << "slab,slab_name,result_case,row,element";
-        for (const ColumnInfo& c : kColumns)
-            out << ',' << c.name;
-        out << '\n';
-        for (const SlabResult& s : results.slabs)
-            for (std::size_t r = 0; r < s.rows.size(); ++r) {
-                out << s.slab << ',' << CsvField(s.name) << ',' << s.resultCase << ',' << r << ','
-                    << s.elementIds[r];
-                for (double v : s.rows[r])
-                    out << ',' << (std::isnan(v) ? std::string() : JsonNumber(v));
-                out << '\n';
-            }
-        return 0;
-    }
-    if (format == "json") {
-        out << "{\"file\": " << JsonString(results.garFile.string()) << ", \"columns\": [";
-        for (std::size_t c = 0; c < kColumns.size(); ++c)
-            out << (c ? ", " : "") << "{\"name\": " << JsonString(kColumns[c].name)
-                << ", \"meaning\": " << JsonString(kColumns[c].meaning) << "}";
-        out << "], \"results\": [";
-        for (std::size_t i = 0; i < results.slabs.size(); ++i) {
-            const SlabResult& s = results.slabs[i];
-            out << (i ? ", " : "") << "{\"slab\": " << s.slab
-                << ", \"name\": " << JsonString(s.name) << ", \"result_case\": " << s.resultCase
-                << ", \"rows\": [";
-            for (std::size_t r = 0; r < s.rows.size(); ++r) {
-                out << (r ? ", " : "") << "{\"row\": " << r << ", \"element\": " << s.elementIds[r];
-                for (std::size_t c = 0; c < kColumns.size(); ++c)
-                    out << ", " << JsonString(kColumns[c].name) << ": " << JsonNumber(s.rows[r][c]);
-                out << "}";
-            }
-            out << "]}";
+void PrintResultsCsv(const StoredResults& results, std::ostream& out) {
+    out << "slab,slab_name,result_case,row,element";
+    for (const ColumnInfo& c : kColumns)
+        out << ',' << c.name;
+    out << '\n';
+    for (const SlabResult& s : results.slabs)
+        for (std::size_t r = 0; r < s.rows.size(); ++r) {
+            out << s.slab << ',' << CsvField(s.name) << ',' << s.resultCase << ',' << r << ','
+                << s.elementIds[r];
+            for (double v : s.rows[r])
+                out << ',' << (std::isnan(v) ? std::string() : JsonNumber(v));
+            out << '\n';
         }
-        out << "]}\n";
-        return 0;
+}
+
+void PrintResultsJson(const StoredResults& results, std::ostream& out) {
+    out << "{\"file\": " << JsonString(results.garFile.string()) << ", \"columns\": [";
+    for (std::size_t c = 0; c < kColumns.size(); ++c)
+        out << (c ? ", " : "") << "{\"name\": " << JsonString(kColumns[c].name)
+            << ", \"meaning\": " << JsonString(kColumns[c].meaning) << "}";
+    out << "], \"results\": [";
+    for (std::size_t i = 0; i < results.slabs.size(); ++i) {
+        const SlabResult& s = results.slabs[i];
+        out << (i ? ", " : "") << "{\"slab\": " << s.slab << ", \"name\": " << JsonString(s.name)
+            << ", \"result_case\": " << s.resultCase << ", \"rows\": [";
+        for (std::size_t r = 0; r < s.rows.size(); ++r) {
+            out << (r ? ", " : "") << "{\"row\": " << r << ", \"element\": " << s.elementIds[r];
+            for (std::size_t c = 0; c < kColumns.size(); ++c)
+                out << ", " << JsonString(kColumns[c].name) << ": " << JsonNumber(s.rows[r][c]);
+            out << "}";
+        }
+        out << "]}";
     }
-    // table
+    out << "]}\n";
+}
+
+void PrintResultsTable(const StoredResults& results, std::ostream& out) {
     std::size_t rows = 0;
     for (const SlabResult& s : results.slabs)
         rows += s.rows.size();
@@ -480,6 +461,35 @@ int ResultsCommand(const fs::path& given, const std::string& format, std::ostrea
             }
             out << '\n';
         }
+}
+
+} // namespace
+
+int ResultsCommand(const fs::path& given, const std::string& format, std::ostream& out,
+                   std::ostream& err) {
+    const fs::path project = ResolveProject(given, err);
+    std::optional<host::outcome::Project> model;
+    try {
+        model = host::outcome::LoadProject(project);
+    } catch (const std::exception&) {
+        // The stored results stand on their own; names are left empty.
+    }
+    StoredResults results;
+    try {
+        results = ReadStoredResults(project, model ? &*model : nullptr);
+    } catch (const std::exception& e) {
+        ReportUnreadableStore(project, e, err);
+        return kExitNoInput;
+    }
+    if (results.otherResults > 0)
+        err << "slabadapt: " << results.otherResults
+            << " stored results of other types are not listed\n";
+    if (format == "csv")
+        PrintResultsCsv(results, out);
+    else if (format == "json")
+        PrintResultsJson(results, out);
+    else
+        PrintResultsTable(results, out);
     return 0;
 }
 
@@ -521,209 +531,6 @@ int ExportVtuCommand(const fs::path& given, const fs::path& vtu, std::ostream& o
     out << "wrote " << vtu.string() << ": " << model.mesh.elements.size() << " cells, "
         << model.mesh.nodes.size() << " points\n";
     return 0;
-}
-
-// ---------------------------------------------------------------------------------------------
-// The command line
-// ---------------------------------------------------------------------------------------------
-
-void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostream& err) {
-    app.require_subcommand(1);
-    app.footer(
-        "Examples:\n"
-        "  slabadapt check examples/floor/floor\n"
-        "  slabadapt run examples/floor/floor --target 0.05 --load-case 101 --load-case 102\n"
-        "  slabadapt results examples/floor/floor --format csv > errors.csv\n"
-        "  slabadapt export examples/floor/floor --vtu floor.vtu\n"
-        "A project P is a path without extension: P.msh (mesh), P.toml (slabs, load "
-        "cases),\nP.STRINTG0001... (integration-point results); a run writes P.GAR and "
-        "P.refine.pos.\nExit codes: run: its result code 0-6; 64 usage, 65 the project "
-        "check failed,\n66 input missing, 70 internal failure, 74 output not written.");
-
-    // help: the same text as --help, on standard output; `help COMMAND` gives a command's.
-    auto helpTopic = std::make_shared<std::string>();
-    CLI::App* helpCmd =
-        app.add_subcommand("help", "Print this help, or the help of one command (help run)");
-    helpCmd->add_option("command", *helpTopic, "the command to explain");
-    helpCmd->footer("Example:\n  slabadapt help results");
-    helpCmd->callback([helpTopic, &app, &exitCode, &out, &err] {
-        if (helpTopic->empty()) {
-            // app.help() would explain the command that runs, this one.
-            out << app.get_formatter()->make_help(&app, app.get_name(), CLI::AppFormatMode::Normal);
-            exitCode = 0;
-            return;
-        }
-        CLI::App* command = nullptr;
-        for (CLI::App* sub : app.get_subcommands({}))
-            if (sub->get_name() == *helpTopic)
-                command = sub;
-        if (command == nullptr) {
-            err << "slabadapt help: there is no command " << *helpTopic
-                << "\nSee `slabadapt --help`.\n";
-            exitCode = kExitUsage;
-            return;
-        }
-        out << command->help(app.get_name());
-        exitCode = 0;
-    });
-
-    // run
-    auto run = std::make_shared<RunOptions>();
-    CLI::App* runCmd = app.add_subcommand(
-        "run", "Estimate the discretisation error of project P and write the size field");
-    runCmd->add_option("project", run->project, "the project path P, without extension")
-        ->required();
-    runCmd
-        ->add_option("--target", run->target,
-                     "required relative error as a fraction (0.05 means 5 %)")
-        ->required()
-        ->check(CLI::Validator(
-            [](const std::string& text) -> std::string {
-                const double value = std::strtod(text.c_str(), nullptr);
-                if (value > 0.0 && value <= 1.0)
-                    return {};
-                return "the target is a fraction between 0 and 1 (0.05 means 5 %), not " + text;
-            },
-            "FRACTION"));
-    runCmd
-        ->add_option("--load-case", run->loadCases,
-                     "a load-case id of P.toml to evaluate; repeat for several, or 101,102 (summed)")
-        ->required()
-        ->take_all()
-        ->delimiter(',');
-    runCmd
-        ->add_option("--solver-type", run->solverType, "the solver type handed to the result store")
-        ->check(CLI::NonNegativeNumber);
-    runCmd
-        ->add_option("--source-flag", run->sourceFlag, "the source flag handed to the result store")
-        ->check(CLI::Range(0, 255));
-    runCmd->add_flag("--no-check", run->noCheck, "run without checking the project first");
-    runCmd->add_flag("--json", run->json, "print the summary as JSON");
-    runCmd->footer("Example:\n  slabadapt run examples/floor/floor --target 0.05 --load-case 101 "
-                   "--load-case 102\nExits with the run's result code (0 success, 1-6 the failed "
-                   "stage) or 65 when the check fails.");
-    runCmd->callback([run, &exitCode, &out, &err] {
-        try {
-            exitCode = RunCommand(*run, out, err);
-        } catch (const std::exception& e) {
-            err << "slabadapt: " << e.what() << '\n';
-            exitCode = kExitInternal;
-        }
-    });
-
-    // check
-    auto checkProject = std::make_shared<fs::path>();
-    auto checkCases = std::make_shared<std::vector<long>>();
-    auto checkJson = std::make_shared<bool>(false);
-    CLI::App* checkCmd = app.add_subcommand(
-        "check", "Check project P for everything that would stop or mislead a run");
-    checkCmd->add_option("project", *checkProject, "the project path P, without extension")
-        ->required();
-    checkCmd
-        ->add_option("--load-case", *checkCases,
-                     "a load-case id to check; repeat for several (default: all of P.toml)")
-        ->take_all()
-        ->delimiter(',');
-    checkCmd->add_flag("--json", *checkJson, "print the report as JSON");
-    checkCmd->footer("Example:\n  slabadapt check examples/floor/floor --load-case 101\n"
-                     "Exits with 0 when no error was found, 65 otherwise.");
-    checkCmd->callback([=, &exitCode, &out, &err] {
-        try {
-            exitCode = CheckCommand(*checkProject, *checkCases, *checkJson, out, err);
-        } catch (const std::exception& e) {
-            err << "slabadapt: " << e.what() << '\n';
-            exitCode = kExitInternal;
-        }
-    });
-
-    // results
-    auto resultsProject = std::make_shared<fs::path>();
-    auto format = std::make_shared<std::string>("table");
-    CLI::App* resultsCmd =
-        app.add_subcommand("results", "Print the errors and sizes a run stored in P.GAR");
-    resultsCmd->add_option("project", *resultsProject, "the project path P, without extension")
-        ->required();
-    resultsCmd->add_option("--format", *format, "table (default), csv or json")
-        ->check(CLI::IsMember({"table", "csv", "json"}));
-    resultsCmd->footer(
-        "Example:\n  slabadapt results examples/floor/floor --format csv > errors.csv");
-    resultsCmd->callback([=, &exitCode, &out, &err] {
-        try {
-            exitCode = ResultsCommand(*resultsProject, *format, out, err);
-        } catch (const std::exception& e) {
-            err << "slabadapt: " << e.what() << '\n';
-            exitCode = kExitInternal;
-        }
-    });
-
-    // export
-    auto exportProject = std::make_shared<fs::path>();
-    auto vtu = std::make_shared<fs::path>();
-    CLI::App* exportCmd =
-        app.add_subcommand("export", "Write P's mesh with the stored results for other programs");
-    exportCmd->add_option("project", *exportProject, "the project path P, without extension")
-        ->required();
-    CLI::Option* vtuOption = exportCmd->add_option(
-        "--vtu", *vtu,
-        "a VTK XML unstructured grid for ParaView: stored errors and sizes per cell, nodal "
-        "sizes per point");
-    exportCmd->footer("Example:\n  slabadapt export examples/floor/floor --vtu floor.vtu");
-    exportCmd->callback([=, &exitCode, &out, &err] {
-        try {
-            if (vtuOption->count() > 0) {
-                exitCode = ExportVtuCommand(*exportProject, *vtu, out, err);
-                return;
-            }
-            // Other parts of the program may add export formats of their own to this command;
-            // they do their work before this callback.
-            for (const CLI::Option* option : exportCmd->get_options())
-                if (option != vtuOption && option->count() > 0 && option->get_name() != "project" &&
-                    !option->get_lnames().empty())
-                    return;
-            err << "slabadapt: export needs a format, e.g. --vtu FILE (see slabadapt export "
-                   "--help)\n";
-            exitCode = kExitUsage;
-        } catch (const std::exception& e) {
-            err << "slabadapt: " << e.what() << '\n';
-            exitCode = kExitInternal;
-        }
-    });
-}
-
-int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
-         const std::function<void(CLI::App&)>& extend) {
-    CLI::App app("slabadapt: error estimation and mesh adaptivity for slab models", "slabadapt");
-    app.set_version_flag("--version", std::string("slabadapt ") + slabadapt::Version());
-    // Complaints about the command line name the command they concern and its help.
-    app.failure_message([](const CLI::App* root, const CLI::Error& e) {
-        std::string command = "slabadapt";
-        for (const CLI::App* at = root; at != nullptr;) {
-            const auto parsed = at->get_subcommands();
-            at = parsed.empty() ? nullptr : parsed.front();
-            if (at != nullptr)
-                command += " " + at->get_name();
-        }
-        return command + ": " + e.what() + "\nSee `" + command + " --help`.\n";
-    });
-    int exitCode = 0;
-    RegisterCommands(app, exitCode, out, err);
-    if (extend)
-        extend(app);
-    if (argc <= 1) {
-        // No command: what there is to choose from, as a complaint.
-        err << app.help();
-        return kExitUsage;
-    }
-    try {
-        app.parse(argc, argv);
-    } catch (const CLI::RuntimeError& e) {
-        // A command's own failure; it has already said why.
-        return e.get_exit_code();
-    } catch (const CLI::ParseError& e) {
-        const int code = app.exit(e, out, err);
-        return code == 0 ? 0 : kExitUsage;
-    }
-    return exitCode;
 }
 
 } // namespace slabadapt::cli

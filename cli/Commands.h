@@ -5,27 +5,23 @@
 //                   [--source-flag N] [--no-check] [--json]
 //   slabadapt check P [--load-case ID ...] [--json]
 //   slabadapt results P [--format table|csv|json]
-//   slabadapt export P --vtu FILE
+//   slabadapt export P --vtu FILE | --inp FILE [--inp-type shell|plane-stress]
+//   slabadapt import-ccx P JOB.dat [--plane-stress [--young E --poisson NU]] [--family ...]
 //   slabadapt help [COMMAND]
 //
 // Every command writes its report to `out` and its complaints to `err`, and returns the
-// process's exit code.
+// process's exit code (cli/ExitCodes.h). The command line is put together in CommandLine.cpp.
+#include "cli/ExitCodes.h"
+
 #include <CLI/CLI.hpp>
 
 #include <filesystem>
-#include <functional>
+#include <optional>
 #include <ostream>
 #include <string>
 #include <vector>
 
 namespace slabadapt::cli {
-
-// Exit codes besides the run's result codes 0 to 6.
-inline constexpr int kExitUsage = 64;       // the command line is wrong
-inline constexpr int kExitCheckFailed = 65; // the project check found errors
-inline constexpr int kExitNoInput = 66;     // an input file is missing or unreadable
-inline constexpr int kExitInternal = 70;    // an unexpected failure
-inline constexpr int kExitCannotWrite = 74; // an output file cannot be written
 
 struct RunOptions {
     std::filesystem::path project;
@@ -56,14 +52,29 @@ int ResultsCommand(const std::filesystem::path& project, const std::string& form
 int ExportVtuCommand(const std::filesystem::path& project, const std::filesystem::path& vtu,
                      std::ostream& out, std::ostream& err);
 
-// Adds help, run, check, results and export to `app`. The subcommand that runs stores its exit code
-// in exitCode (which must outlive the parse).
+// export --inp: P's mesh as a CalculiX input part in the project's numbering; `type` is "shell"
+// (S3/S4) or "plane-stress" (CPS3/CPS4).
+int ExportInpCommand(const std::filesystem::path& project, const std::filesystem::path& file,
+                     const std::string& type, std::ostream& out, std::ostream& err);
+
+// import-ccx: P.STRINTG<index> from CalculiX *EL PRINT results (S, E, COORD), one file per
+// step, step k to the k-th load case of P.toml in ascending index.
+struct ImportCcxOptions {
+    std::filesystem::path project;
+    std::filesystem::path dat;
+    bool planeStress = false;      // recompute stresses from the printed strains
+    std::optional<double> young;   // for planeStress; default: the deck's *ELASTIC
+    std::optional<double> poisson; // likewise
+    std::string family = "auto";   // auto, plane or shell
+};
+int ImportCcxCommand(const ImportCcxOptions& options, std::ostream& out, std::ostream& err);
+
+// Adds every command to `app`. The subcommand that runs stores its exit code in exitCode (which
+// must outlive the parse).
 void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostream& err);
 
-// The whole command: builds the command line, lets `extend` add commands of other parts of the
-// program (after the own ones exist), parses argv and returns the exit code. Without a command
-// the help goes to `err` and the code is kExitUsage.
-int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err,
-         const std::function<void(CLI::App&)>& extend = {});
+// The whole command: builds the command line, parses argv and returns the exit code. Without a
+// command the help goes to `err` and the code is kExitUsage.
+int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err);
 
 } // namespace slabadapt::cli

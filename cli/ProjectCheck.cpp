@@ -1,6 +1,7 @@
 #include "cli/ProjectCheck.h"
 
 #include "adaptivity/AdaptiveMeshData.h"
+#include "adaptivity/StrintgFormat.h"
 #include "cli/Json.h"
 
 #include <algorithm>
@@ -67,15 +68,14 @@ private:
 // STRINTG files
 // ---------------------------------------------------------------------------------------------
 
-// The column names of the header and their bits, as the module reads them.
+// The column names of the header and their bits, as the module reads them: the k-th name of
+// the layout has bit k, or bit k + 1 from the fourth on (bit 3 belongs to no column).
 long ColumnFlag(const std::string& name) {
-    static const std::map<std::string, long> columns = {
-        {"igx", 0x1},     {"igy", 0x2},     {"igz", 0x4},    {"mx", 0x10},    {"my", 0x20},
-        {"mxy", 0x40},    {"qx", 0x80},     {"qy", 0x100},   {"nx", 0x200},   {"ny", 0x400},
-        {"nxy", 0x800},   {"kx", 0x1000},   {"ky", 0x2000},  {"kxy", 0x4000}, {"gxz", 0x8000},
-        {"gyz", 0x10000}, {"qyz", 0x10000}, {"ex", 0x20000}, {"ey", 0x40000}, {"gxy", 0x80000}};
-    const auto it = columns.find(name);
-    return it == columns.end() ? 0 : it->second;
+    const std::string& key = name == "qyz" ? std::string("gyz") : name;
+    for (std::size_t k = 0; k < strintg::c_columnNames.size(); ++k)
+        if (key == strintg::c_columnNames[k])
+            return 1L << (k < 3 ? k : k + 1);
+    return 0;
 }
 
 std::string Trimmed(std::string_view text) {
@@ -106,18 +106,15 @@ struct ScannedFile {
 // The value columns in the order the module takes the fields of a record: ascending bit of the
 // header's flags, whatever the order of the names in the header.
 std::vector<std::string> FieldColumns(long flags) {
-    static const char* const order[] = {"igx", "igy", "igz", "mx",  "my",  "mxy", "qx",
-                                        "qy",  "nx",  "ny",  "nxy", "kx",  "ky",  "kxy",
-                                        "gxz", "gyz", "ex",  "ey",  "gxy"};
     std::vector<std::string> columns;
-    for (const char* name : order)
+    for (const char* name : strintg::c_columnNames)
         if ((flags & ColumnFlag(name)) != 0)
             columns.emplace_back(name);
     return columns;
 }
 
-constexpr std::size_t kValuesStart = 16; // character 17, where the first value field begins
-constexpr std::size_t kFieldWidth = 15;
+constexpr std::size_t kValuesStart = strintg::c_nValuesStart;
+constexpr std::size_t kFieldWidth = strintg::c_nFieldWidth;
 
 // Whether a value field reads as the number it shows: the module reads a field up to the first
 // character that cannot continue a number and takes what it has (0 for none), so "1.5D+03"
@@ -133,7 +130,8 @@ bool IsNumberField(const std::string& text) {
 // Element number of a record: characters 0-7 read as a decimal integer the way the module
 // does (leading blanks, a sign, digits; anything else ends the number; nothing gives 0).
 long RecordElement(const std::string& line) {
-    const std::string field = line.substr(0, std::min<std::size_t>(8, line.size()));
+    const std::string field =
+        line.substr(0, std::min<std::size_t>(strintg::c_nElementNumberWidth, line.size()));
     return std::strtol(field.c_str(), nullptr, 10);
 }
 
@@ -147,22 +145,21 @@ void CheckRecordFields(const fs::path& file, std::size_t number, long element,
     std::size_t present = 0;
     for (std::size_t k = 0; k < fields.size(); ++k) {
         const std::size_t start = kValuesStart + k * kFieldWidth;
-        const std::string text =
-            start < line.size() ? Trimmed(std::string_view(line).substr(start, kFieldWidth))
-                                : std::string();
+        const std::string text = start < line.size()
+                                     ? Trimmed(std::string_view(line).substr(start, kFieldWidth))
+                                     : std::string();
         if (text.empty()) {
             missing += (missing.empty() ? "" : ", ") + fields[k];
             continue;
         }
         ++present;
         if (!IsNumberField(text))
-            out.Error(file, number, "number",
-                      Format("element %ld: the %s field (characters %zu-%zu) holds \"%s\", "
-                             "which is not a finite number: the module would read %s",
-                             element, fields[k].c_str(), start + 1, start + kFieldWidth,
-                             text.c_str(),
-                             std::strtod(text.c_str(), nullptr) == 0.0 ? "0"
-                                                                       : "only its beginning"));
+            out.Error(
+                file, number, "number",
+                Format("element %ld: the %s field (characters %zu-%zu) holds \"%s\", "
+                       "which is not a finite number: the module would read %s",
+                       element, fields[k].c_str(), start + 1, start + kFieldWidth, text.c_str(),
+                       std::strtod(text.c_str(), nullptr) == 0.0 ? "0" : "only its beginning"));
     }
     const std::size_t full = kValuesStart + fields.size() * kFieldWidth;
     if (!missing.empty())
@@ -177,140 +174,96 @@ void CheckRecordFields(const fs::path& file, std::size_t number, long element,
                            element, line.size(), full, fields.back().c_str()));
 }
 
-ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
-    ScannedFile scan;
-    std::ifstream in(file, std::ios::binary);
-    if (!in) {
-        out.Error(file, 0, "missing", "cannot be opened: the file is missing or unreadable");
-        return scan;
-    }
-    scan.opened = true;
-    const auto& mesh = project.mesh;
+// The header (line 3): which columns the records hold. Returns the module's property flags and
+// reports names the module would read shifted, in another order, or not at all.
+long ScanHeader(const fs::path& file, std::size_t number, const std::string& line, Collector& out) {
     long flags = 0;
-    std::vector<std::string> fields; // the columns of the record's value fields, in order
-    long previous = 0;
-    std::string line;
-    std::size_t number = 0;
-    bool sawHeader = false;
-    while (std::getline(in, line)) {
-        ++number;
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
-        if (number == 3) {
-            sawHeader = true;
-            std::vector<std::string> named;  // the known columns in the header's order
-            std::vector<std::string> before; // unknown columns in front of a known one
-            std::vector<std::string> unknown;
-            for (std::size_t pos = 20; pos < line.size(); pos += 15) {
-                const std::string name = Lower(Trimmed(std::string_view(line).substr(pos, 15)));
-                if (name.empty())
-                    continue;
-                const long flag = ColumnFlag(name);
-                if (flag == 0) {
-                    unknown.push_back(name);
-                    continue;
-                }
-                before.insert(before.end(), unknown.begin(), unknown.end());
-                unknown.clear();
-                named.push_back(name == "qyz" ? "gyz" : name);
-                flags |= flag;
-            }
-            // The module gives a record's fields to the known columns in its own order and
-            // gives unknown names no field, so the records line up with the header only when
-            // its known columns come in that order, each once, with unknown ones only behind
-            // them.
-            for (const std::string& name : before)
-                out.Error(file, number, "column",
-                          "unknown column \"" + name +
-                              "\" in front of known ones: it takes no field, so the values "
-                              "of the columns after it would be read from the wrong fields");
-            for (const std::string& name : unknown)
-                out.Warning(file, number, "column",
-                            "unknown column \"" + name +
-                                "\" is ignored (it takes no field in the records)");
-            if (named != FieldColumns(flags)) {
-                std::string expected, got;
-                for (const std::string& name : FieldColumns(flags))
-                    expected += (expected.empty() ? "" : " ") + name;
-                for (const std::string& name : named)
-                    got += (got.empty() ? "" : " ") + name;
-                out.Error(file, number, "column order",
-                          "the header names its columns as \"" + got +
-                              "\"; records are read in the order \"" + expected +
-                              "\" (each column once), so values would land in the wrong "
-                              "columns");
-            }
-            for (const char* c : {"igx", "igy", "igz"})
-                if ((flags & ColumnFlag(c)) == 0)
-                    out.Error(file, number, "coordinates",
-                              std::string("the header has no ") + c +
-                                  " column: the integration points' positions would read as 0");
-            std::string absent;
-            for (const char* c : {"mx", "my", "mxy", "qx", "qy", "nx", "ny", "nxy", "kx", "ky",
-                                  "kxy", "gxz", "gyz", "ex", "ey", "gxy"})
-                if ((flags & ColumnFlag(c)) == 0)
-                    absent += std::string(absent.empty() ? "" : ", ") + c;
-            if (!absent.empty())
-                out.Warning(file, number, "values", "no column for " + absent + ": read as 0");
-            fields = FieldColumns(flags);
+    std::vector<std::string> named;  // the known columns in the header's order
+    std::vector<std::string> before; // unknown columns in front of a known one
+    std::vector<std::string> unknown;
+    const std::size_t width = kFieldWidth;
+    for (std::size_t pos = strintg::c_nHeaderFieldsStart; pos < line.size(); pos += width) {
+        const std::string name = Lower(Trimmed(std::string_view(line).substr(pos, width)));
+        if (name.empty())
+            continue;
+        const long flag = ColumnFlag(name);
+        if (flag == 0) {
+            unknown.push_back(name);
             continue;
         }
-        if (number < 5)
-            continue;
-
-        const long element = RecordElement(line);
-        if (element <= 0) {
-            out.Error(file, number, "record",
-                      Format("element number %ld in characters 1-8 (a blank or malformed "
-                             "record): the module's table would be cut there",
-                             element));
-            continue;
-        }
-        if (element < previous)
-            out.Error(file, number, "order",
-                      Format("element %ld follows element %ld: elements must be listed in "
-                             "ascending order, or the module drops the ones behind",
-                             element, previous));
-        CheckRecordFields(file, number, element, line, fields, out);
-        previous = element;
-        scan.listed = static_cast<std::size_t>(element);
-        if (scan.elements.size() < scan.listed)
-            scan.elements.resize(scan.listed);
-        ScannedElement& entry = scan.elements[scan.listed - 1];
-        if (entry.points == 0)
-            entry.firstLine = number;
-        ++entry.points;
-
-        // Where the point lies: on its element, if the numbering is the mesh's.
-        if (scan.listed <= mesh.elements.size() && (flags & 0x7) == 0x7) {
-            CIntegrationPointData point;
-            point.ReadFromLine(std::string_view(line), flags);
-            const auto& nodes = mesh.elements[scan.listed - 1].nodes;
-            CKQPoint3D centre;
-            for (unsigned long n : nodes) {
-                const CKQPoint3D& p = mesh.nodes[n - 1].position;
-                centre.Set(centre.x + p.x / nodes.size(), centre.y + p.y / nodes.size(),
-                           centre.z + p.z / nodes.size());
-            }
-            double radius = 0.0;
-            for (unsigned long n : nodes)
-                radius = std::max(radius, mesh.nodes[n - 1].position.Distance(centre));
-            const double distance = point.m_GlobalCoords.Distance(centre);
-            if (!(distance <= radius * (1.0 + 1e-6) + 1e-9))
-                out.Error(file, number, "position",
-                          Format("element %ld: the integration point at (%g, %g, %g) lies %g "
-                                 "from the element's centre, outside the element (its corners "
-                                 "are at most %g away): is the file numbered as the mesh?",
-                                 element, point.m_GlobalCoords.x, point.m_GlobalCoords.y,
-                                 point.m_GlobalCoords.z, distance, radius));
-        }
+        before.insert(before.end(), unknown.begin(), unknown.end());
+        unknown.clear();
+        named.push_back(name == "qyz" ? "gyz" : name);
+        flags |= flag;
     }
-    if (!sawHeader) {
-        out.Error(file, number, "header", "the file ends before its header line (line 3)");
-        return scan;
+    // The module gives a record's fields to the known columns in its own order and gives
+    // unknown names no field, so the records line up with the header only when its known
+    // columns come in that order, each once, with unknown ones only behind them.
+    for (const std::string& name : before)
+        out.Error(file, number, "column",
+                  "unknown column \"" + name +
+                      "\" in front of known ones: it takes no field, so the values "
+                      "of the columns after it would be read from the wrong fields");
+    for (const std::string& name : unknown)
+        out.Warning(file, number, "column",
+                    "unknown column \"" + name +
+                        "\" is ignored (it takes no field in the records)");
+    if (named != FieldColumns(flags)) {
+        std::string expected, got;
+        for (const std::string& name : FieldColumns(flags))
+            expected += (expected.empty() ? "" : " ") + name;
+        for (const std::string& name : named)
+            got += (got.empty() ? "" : " ") + name;
+        out.Error(file, number, "column order",
+                  "the header names its columns as \"" + got +
+                      "\"; records are read in the order \"" + expected +
+                      "\" (each column once), so values would land in the wrong "
+                      "columns");
     }
-    scan.elements.resize(scan.listed);
+    for (const char* c : {"igx", "igy", "igz"})
+        if ((flags & ColumnFlag(c)) == 0)
+            out.Error(file, number, "coordinates",
+                      std::string("the header has no ") + c +
+                          " column: the integration points' positions would read as 0");
+    std::string absent;
+    for (const char* c : {"mx", "my", "mxy", "qx", "qy", "nx", "ny", "nxy", "kx", "ky", "kxy",
+                          "gxz", "gyz", "ex", "ey", "gxy"})
+        if ((flags & ColumnFlag(c)) == 0)
+            absent += std::string(absent.empty() ? "" : ", ") + c;
+    if (!absent.empty())
+        out.Warning(file, number, "values", "no column for " + absent + ": read as 0");
+    return flags;
+}
 
+// Whether a record's integration point lies on its element, if the numbering is the mesh's.
+void CheckRecordPosition(const fs::path& file, std::size_t number, long element,
+                         const std::string& line, long flags, const host::outcome::Mesh& mesh,
+                         Collector& out) {
+    CIntegrationPointData point;
+    point.ReadFromLine(std::string_view(line), flags);
+    const auto& nodes = mesh.elements[static_cast<std::size_t>(element) - 1].nodes;
+    CKQPoint3D centre;
+    for (unsigned long n : nodes) {
+        const CKQPoint3D& p = mesh.nodes[n - 1].position;
+        centre.Set(centre.x + p.x / nodes.size(), centre.y + p.y / nodes.size(),
+                   centre.z + p.z / nodes.size());
+    }
+    double radius = 0.0;
+    for (unsigned long n : nodes)
+        radius = std::max(radius, mesh.nodes[n - 1].position.Distance(centre));
+    const double distance = point.m_GlobalCoords.Distance(centre);
+    if (!(distance <= radius * (1.0 + 1e-6) + 1e-9))
+        out.Error(file, number, "position",
+                  Format("element %ld: the integration point at (%g, %g, %g) lies %g "
+                         "from the element's centre, outside the element (its corners "
+                         "are at most %g away): is the file numbered as the mesh?",
+                         element, point.m_GlobalCoords.x, point.m_GlobalCoords.y,
+                         point.m_GlobalCoords.z, distance, radius));
+}
+
+// After the last record: the file's elements against the mesh's, and each element's points.
+void CheckScannedElements(const fs::path& file, const ScannedFile& scan,
+                          const host::outcome::Mesh& mesh, Collector& out) {
     if (scan.listed != mesh.elements.size())
         out.Error(file, 0, "count",
                   Format("lists %zu elements, the mesh has %zu: the file belongs to another mesh "
@@ -336,6 +289,69 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
                              e + 1, entry.points, mesh.elements[e].nodes.size(),
                              static_cast<unsigned long long>(mesh.elements[e].gmshTag)));
     }
+}
+
+// Reads a STRINTG file as the module would and reports everything that would make the module
+// read other values than the file shows.
+ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
+    ScannedFile scan;
+    std::ifstream in(file, std::ios::binary);
+    if (!in) {
+        out.Error(file, 0, "missing", "cannot be opened: the file is missing or unreadable");
+        return scan;
+    }
+    scan.opened = true;
+    const auto& mesh = project.mesh;
+    long flags = 0;
+    std::vector<std::string> fields; // the columns of the record's value fields, in order
+    long previous = 0;
+    std::string line;
+    std::size_t number = 0;
+    bool sawHeader = false;
+    while (std::getline(in, line)) {
+        ++number;
+        if (!line.empty() && line.back() == '\r')
+            line.pop_back();
+        if (number == static_cast<std::size_t>(strintg::c_nHeaderLine)) {
+            sawHeader = true;
+            flags = ScanHeader(file, number, line, out);
+            fields = FieldColumns(flags);
+            continue;
+        }
+        if (number < static_cast<std::size_t>(strintg::c_nFirstRecordLine))
+            continue;
+
+        const long element = RecordElement(line);
+        if (element <= 0) {
+            out.Error(file, number, "record",
+                      Format("element number %ld in characters 1-8 (a blank or malformed "
+                             "record): the module's table would be cut there",
+                             element));
+            continue;
+        }
+        if (element < previous)
+            out.Error(file, number, "order",
+                      Format("element %ld follows element %ld: elements must be listed in "
+                             "ascending order, or the module drops the ones behind",
+                             element, previous));
+        CheckRecordFields(file, number, element, line, fields, out);
+        previous = element;
+        scan.listed = static_cast<std::size_t>(element);
+        if (scan.elements.size() < scan.listed)
+            scan.elements.resize(scan.listed);
+        ScannedElement& entry = scan.elements[scan.listed - 1];
+        if (entry.points == 0)
+            entry.firstLine = number;
+        ++entry.points;
+        if (scan.listed <= mesh.elements.size() && (flags & 0x7) == 0x7)
+            CheckRecordPosition(file, number, element, line, flags, mesh, out);
+    }
+    if (!sawHeader) {
+        out.Error(file, number, "header", "the file ends before its header line (line 3)");
+        return scan;
+    }
+    scan.elements.resize(scan.listed);
+    CheckScannedElements(file, scan, mesh, out);
     return scan;
 }
 

@@ -2,6 +2,7 @@
 // The checks `slabadapt check` (and `run` before it runs) makes on a project P: everything that
 // would make the estimator fail, read the wrong data or stop the process, reported with the
 // file and line, or the element or node, where it was found.
+#include "adaptivity/ResultLayout.h"
 #include "host/outcome/project.h"
 
 #include <cstddef>
@@ -47,7 +48,7 @@ struct CheckReport {
 inline constexpr std::size_t kFindingsPerKind = 10;
 
 // The estimator's limit of elements at one node.
-inline constexpr std::size_t kMaxElementsAtNode = 64;
+using results::kMaxElementsAtNode;
 
 // Checks project P for the load cases `loadCaseIds` (all load cases of P.toml when empty):
 //   - P.msh and P.toml can be read and agree (slabs, thicknesses);

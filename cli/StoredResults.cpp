@@ -1,6 +1,6 @@
 #include "cli/StoredResults.h"
 
-#include "host/com/guid.h"
+#include "adaptivity/ResultLayout.h"
 #include "host/outcome/gar.h"
 
 #include <algorithm>
@@ -13,23 +13,13 @@ namespace slabadapt::cli {
 
 namespace fs = std::filesystem;
 
-const char* const kAdaptivityResultType = "{AC98000C-E79E-4365-877E-0A3F95AA42F4}";
-
-const std::array<ColumnInfo, 4> kColumns = {{
-    {"global_error", "global error",
-     "the element's error over the mean element norm of the model, a fraction"},
-    {"local_error", "local error", "the element's error over its own norm, a fraction"},
-    {"error_density", "error density", "the element's squared error over its area and thickness"},
-    {"new_size", "new size", "the element size the next mesh needs, in the mesh's length unit"},
-}};
-
 StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Project* model) {
     StoredResults results;
     results.garFile = host::outcome::ProjectFile(project, ".GAR");
     // Opening to read writes nothing, so a P.GAR the user may only read (another user's project,
     // an archive) is read in place.
     const host::outcome::GarStore store(results.garFile, false);
-    const GUID type = *host::com::ParseGuid(std::string_view(kAdaptivityResultType));
+    const GUID type = c_guidMeshErrorAndRefinement;
     for (const host::outcome::StoredResultInfo& info : store.List()) {
         const CKQ_ResultKey& key = info.key;
         if (key.GetResultType() != type ||
@@ -108,20 +98,15 @@ std::vector<std::array<double, 4>> ElementColumns(const StoredResults& results,
 
 std::vector<double> NodalSizes(const host::outcome::Mesh& mesh,
                                const std::vector<std::array<double, 4>>& elementColumns) {
-    // Sum in ascending element order per node, as the estimator does.
-    std::vector<double> sum(mesh.nodes.size(), 0.0);
-    std::vector<std::size_t> count(mesh.nodes.size(), 0);
-    for (std::size_t e = 0; e < mesh.elements.size() && e < elementColumns.size(); ++e) {
-        for (unsigned long n : mesh.elements[e].nodes) {
-            sum[n - 1] += elementColumns[e][3];
-            ++count[n - 1];
-        }
+    const std::size_t elements = std::min(mesh.elements.size(), elementColumns.size());
+    std::vector<std::vector<std::size_t>> elementsAtNode(mesh.nodes.size());
+    std::vector<double> elementSizes(elements);
+    for (std::size_t e = 0; e < elements; ++e) {
+        elementSizes[e] = elementColumns[e][results::kNewSizeColumn];
+        for (unsigned long n : mesh.elements[e].nodes)
+            elementsAtNode[n - 1].push_back(e);
     }
-    std::vector<double> sizes(mesh.nodes.size(), 0.0);
-    for (std::size_t n = 0; n < sizes.size(); ++n)
-        if (count[n] > 0)
-            sizes[n] = sum[n] / static_cast<double>(count[n]);
-    return sizes;
+    return results::AverageOnNodes(elementsAtNode, elementSizes);
 }
 
 } // namespace slabadapt::cli

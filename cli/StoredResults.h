@@ -1,6 +1,7 @@
 #pragma once
 // The adaptivity results a run stored in P.GAR, read back per slab, and what the command
 // derives from them (summaries, nodal sizes).
+#include "adaptivity/ResultLayout.h"
 #include "host/outcome/project.h"
 
 #include <array>
@@ -11,16 +12,9 @@
 
 namespace slabadapt::cli {
 
-// The adaptivity result type: {AC98000C-E79E-4365-877E-0A3F95AA42F4}.
-extern const char* const kAdaptivityResultType;
-
-// The four stored columns, in order, with what they hold.
-struct ColumnInfo {
-    const char* name;  // for CSV and JSON
-    const char* title; // for tables
-    const char* meaning;
-};
-extern const std::array<ColumnInfo, 4> kColumns;
+// The stored columns, as the module writes them.
+using results::ColumnInfo;
+using results::kColumns;
 
 struct SlabResult {
     long slab = 0;    // one-based slab id

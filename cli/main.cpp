@@ -2,10 +2,6 @@
 #include "cli/Commands.h"
 #include "meer/obecne.h"
 
-#ifdef SLABADAPT_HAVE_CCX
-#include "cli/ccx/CcxCommands.h"
-#endif
-
 #include <cstdio>
 #include <cstdlib>
 #include <exception>
@@ -46,9 +42,5 @@ namespace {
 
 int main(int argc, char** argv) {
     std::set_terminate(OnTerminate);
-    std::function<void(CLI::App&)> extend;
-#ifdef SLABADAPT_HAVE_CCX
-    extend = [](CLI::App& app) { RegisterCcxCommands(app); };
-#endif
-    return slabadapt::cli::Main(argc, argv, std::cout, std::cerr, extend);
+    return slabadapt::cli::Main(argc, argv, std::cout, std::cerr);
 }

@@ -13,10 +13,10 @@
 #include <algorithm>
 #include <charconv>
 #include <chrono>
+#include <cstdint>
 #include <cstdio>
 #include <cstdlib>
 #include <filesystem>
-#include <cstdint>
 #include <fstream>
 #include <iostream>
 #include <malloc.h>
@@ -49,7 +49,9 @@ double g_plainSeconds = 0.0;
 double g_plainCpuSeconds = 0.0;
 double g_prepareSystemSeconds = 0.0; // of the best CPU run: kernel time (reading, page faults)
 
-double Seconds(const timeval& t) { return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec); }
+double Seconds(const timeval& t) {
+    return static_cast<double>(t.tv_sec) + 1e-6 * static_cast<double>(t.tv_usec);
+}
 
 double CpuSeconds(int who) {
     rusage usage{};
@@ -71,7 +73,8 @@ void KeepBest(double& best, double value) {
 // One 15-character value field in the solver's exponent notation.
 void AppendField(std::string& line, double value) {
     char text[32];
-    auto [end, ec] = std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, 7);
+    auto [end, ec] =
+        std::to_chars(text, text + sizeof text, value, std::chars_format::scientific, 7);
     (void)ec;
     const auto length = static_cast<std::size_t>(end - text);
     line.append(15 - length, ' ');
@@ -79,7 +82,7 @@ void AppendField(std::string& line, double value) {
 }
 
 void WriteFile(const Setup& setup) {
-    static const char* names[] = {"igx", "igy", "igz", "mx", "my", "mxy", "qx", "qy", "nx", "ny",
+    static const char* names[] = {"igx", "igy", "igz", "mx",  "my",  "mxy", "qx", "qy", "nx", "ny",
                                   "nxy", "kx",  "ky",  "kxy", "gxz", "gyz", "ex", "ey", "gxy"};
     std::ofstream out(setup.file, std::ios::binary | std::ios::trunc);
     std::string text = "Integration point results\nLoad case 1\n    ELEM      IP    ";
@@ -102,7 +105,8 @@ void WriteFile(const Setup& setup) {
             AppendField(text, y);
             AppendField(text, 0.0);
             for (int k = 0; k < 16; ++k)
-                AppendField(text, (k % 2 ? -1.0 : 1.0) * (1.0 + 0.001 * x * (k + 1) + 0.002 * y) * (k < 8 ? 1e3 : 1e-5));
+                AppendField(text, (k % 2 ? -1.0 : 1.0) * (1.0 + 0.001 * x * (k + 1) + 0.002 * y) *
+                                      (k < 8 ? 1e3 : 1e-5));
             text += '\n';
         }
         if (text.size() > (std::size_t{1} << 24)) {
@@ -122,12 +126,14 @@ void BM_WcL(benchmark::State& state) {
         const auto start = std::chrono::steady_clock::now();
         if (std::system(command.c_str()) != 0)
             state.SkipWithError("wc -l failed");
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         state.SetIterationTime(seconds);
         KeepBest(g_wcSeconds, seconds);
         KeepBest(g_wcCpuSeconds, CpuSeconds(RUSAGE_CHILDREN) - cpu); // wc, and the shell around it
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(g_setup.bytes));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(g_setup.bytes));
 }
 
 // The yardstick of a reader: a plain fixed-field loop (std::getline, std::from_chars on each
@@ -154,13 +160,15 @@ void BM_PlainFixedFieldFromChars(benchmark::State& state) {
             }
         }
         benchmark::DoNotOptimize(sum);
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         state.SetIterationTime(seconds);
         KeepBest(g_plainSeconds, seconds);
         KeepBest(g_plainCpuSeconds, CpuSeconds(RUSAGE_SELF) - cpu);
         state.counters["records"] = static_cast<double>(records);
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(g_setup.bytes));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(g_setup.bytes));
 }
 
 void BM_PrepareResultsOnIntegrationPoints(benchmark::State& state) {
@@ -174,7 +182,8 @@ void BM_PrepareResultsOnIntegrationPoints(benchmark::State& state) {
         const double system = SystemSeconds(RUSAGE_SELF);
         const auto start = std::chrono::steady_clock::now();
         const bool ok = data.PrepareResultsOnIntegrationPoints({1}, project);
-        const double seconds = std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - start).count();
         const double used = CpuSeconds(RUSAGE_SELF) - cpu;
         if (g_prepareCpuSeconds == 0.0 || used < g_prepareCpuSeconds)
             g_prepareSystemSeconds = SystemSeconds(RUSAGE_SELF) - system;
@@ -194,9 +203,11 @@ void BM_PrepareResultsOnIntegrationPoints(benchmark::State& state) {
         data.Clear();
         state.ResumeTiming();
     }
-    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) * static_cast<std::int64_t>(g_setup.bytes));
+    state.SetBytesProcessed(static_cast<std::int64_t>(state.iterations()) *
+                            static_cast<std::int64_t>(g_setup.bytes));
     state.counters["points"] = static_cast<double>(points);
-    state.counters["table_bytes_per_point"] = points > 0 ? heapBytes / static_cast<double>(points) : 0.0;
+    state.counters["table_bytes_per_point"] =
+        points > 0 ? heapBytes / static_cast<double>(points) : 0.0;
     state.counters["sizeof_point"] = static_cast<double>(sizeof(CIntegrationPointData));
     if (g_wcSeconds > 0.0 && g_wcCpuSeconds > 0.0) {
         state.counters["ratio_to_wc_l"] = g_prepareSeconds / g_wcSeconds;
@@ -207,8 +218,14 @@ void BM_PrepareResultsOnIntegrationPoints(benchmark::State& state) {
 } // namespace
 
 BENCHMARK(BM_WcL)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(5);
-BENCHMARK(BM_PlainFixedFieldFromChars)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
-BENCHMARK(BM_PrepareResultsOnIntegrationPoints)->UseManualTime()->Unit(benchmark::kMillisecond)->Iterations(3);
+BENCHMARK(BM_PlainFixedFieldFromChars)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
+BENCHMARK(BM_PrepareResultsOnIntegrationPoints)
+    ->UseManualTime()
+    ->Unit(benchmark::kMillisecond)
+    ->Iterations(3);
 
 int main(int argc, char** argv) {
     if (const char* n = std::getenv("SLABADAPT_BENCH_ELEMENTS"))
@@ -232,19 +249,23 @@ int main(int argc, char** argv) {
     benchmark::Shutdown();
 
     const double mb = static_cast<double>(g_setup.bytes) / 1e6;
-    std::printf("\nSTRINTG reader: %.1f MB, %ld lines (best of the runs above)\n", mb, g_setup.lines);
+    std::printf("\nSTRINTG reader: %.1f MB, %ld lines (best of the runs above)\n", mb,
+                g_setup.lines);
     std::printf("  %-34s %8s %10s %8s %10s\n", "", "wall s", "MB/s", "CPU s", "MB/CPU-s");
-    std::printf("  %-34s %8.3f %10.0f %8.3f %10.0f\n", "wc -l", g_wcSeconds, mb / g_wcSeconds, g_wcCpuSeconds,
-                mb / g_wcCpuSeconds);
+    std::printf("  %-34s %8.3f %10.0f %8.3f %10.0f\n", "wc -l", g_wcSeconds, mb / g_wcSeconds,
+                g_wcCpuSeconds, mb / g_wcCpuSeconds);
     if (g_plainSeconds > 0.0)
         std::printf("  %-34s %8.3f %10.0f %8.3f %10.0f   ratio %.1f (wall), %.1f (CPU)\n",
-                    "plain fixed fields, from_chars", g_plainSeconds, mb / g_plainSeconds, g_plainCpuSeconds,
-                    mb / g_plainCpuSeconds, g_plainSeconds / g_wcSeconds, g_plainCpuSeconds / g_wcCpuSeconds);
-    std::printf("  %-34s %8.3f %10.0f %8.3f %10.0f\n", "PrepareResultsOnIntegrationPoints", g_prepareSeconds,
-                mb / g_prepareSeconds, g_prepareCpuSeconds, mb / g_prepareCpuSeconds);
-    std::printf("  ratio to wc -l: %.1f (wall), %.1f (CPU); the reader's CPU time %.3f s is %.3f s in the kernel\n",
-                g_prepareSeconds / g_wcSeconds, g_prepareCpuSeconds / g_wcCpuSeconds, g_prepareCpuSeconds,
-                g_prepareSystemSeconds);
+                    "plain fixed fields, from_chars", g_plainSeconds, mb / g_plainSeconds,
+                    g_plainCpuSeconds, mb / g_plainCpuSeconds, g_plainSeconds / g_wcSeconds,
+                    g_plainCpuSeconds / g_wcCpuSeconds);
+    std::printf("  %-34s %8.3f %10.0f %8.3f %10.0f\n", "PrepareResultsOnIntegrationPoints",
+                g_prepareSeconds, mb / g_prepareSeconds, g_prepareCpuSeconds,
+                mb / g_prepareCpuSeconds);
+    std::printf("  ratio to wc -l: %.1f (wall), %.1f (CPU); the reader's CPU time %.3f s is %.3f s "
+                "in the kernel\n",
+                g_prepareSeconds / g_wcSeconds, g_prepareCpuSeconds / g_wcCpuSeconds,
+                g_prepareCpuSeconds, g_prepareSystemSeconds);
     std::error_code ec;
     fs::remove_all(g_setup.folder, ec);
     return 0;

@@ -158,18 +158,18 @@ const QuadMesh& mesh_of(int n) {
 // The engine over a QuadMesh.
 class MemoryEngine final : public meerspace::MEER {
 public:
-    explicit MemoryEngine(const QuadMesh& m) : mesh_(m) {}
+    explicit MemoryEngine(const QuadMesh& m) : m_mesh(m) {}
 
     void initialize() override {
         enorm = 2;
         max_size_ratio = 2.0;
         min_size_ratio = 0.25;
-        set_number_of_nodes(mesh_.nodes());
-        set_number_of_elements(mesh_.elements());
+        set_number_of_nodes(m_mesh.nodes());
+        set_number_of_elements(m_mesh.elements());
         set_number_of_regions(1);
         for (std::int32_t i = 0; i < n_nodes; ++i) {
-            nodes[i].coords.x = mesh_.x[static_cast<std::size_t>(i)];
-            nodes[i].coords.y = mesh_.y[static_cast<std::size_t>(i)];
+            nodes[i].coords.x = m_mesh.x[static_cast<std::size_t>(i)];
+            nodes[i].coords.y = m_mesh.y[static_cast<std::size_t>(i)];
             nodes[i].coords.z = 0.0;
         }
         for (std::int32_t e = 0; e < n_elems; ++e) {
@@ -177,13 +177,13 @@ public:
             el.region = 0;
             el.n_nodes = 4;
             el.nodes = new std::int32_t[4];
-            std::memcpy(el.nodes, &mesh_.conn[static_cast<std::size_t>(4 * e)],
+            std::memcpy(el.nodes, &m_mesh.conn[static_cast<std::size_t>(4 * e)],
                         4 * sizeof(std::int32_t));
             el.n_ips1 = kIps;
             el.ip_coords = new meerspace::PoinT[kIps];
             for (int ip = 0; ip < kIps; ++ip) {
-                el.ip_coords[ip].x = mesh_.ipx[static_cast<std::size_t>(kIps * e + ip)];
-                el.ip_coords[ip].y = mesh_.ipy[static_cast<std::size_t>(kIps * e + ip)];
+                el.ip_coords[ip].x = m_mesh.ipx[static_cast<std::size_t>(kIps * e + ip)];
+                el.ip_coords[ip].y = m_mesh.ipy[static_cast<std::size_t>(kIps * e + ip)];
             }
         }
         regions[0].n_values = kComponents;
@@ -193,16 +193,16 @@ public:
 protected:
     void give_superelems_to_node(std::int32_t node, std::int32_t& count,
                                  std::int32_t* elems) const override {
-        const std::int32_t b = mesh_.start[static_cast<std::size_t>(node)];
-        count = mesh_.start[static_cast<std::size_t>(node) + 1] - b;
-        std::memcpy(elems, &mesh_.list[static_cast<std::size_t>(b)],
+        const std::int32_t b = m_mesh.start[static_cast<std::size_t>(node)];
+        count = m_mesh.start[static_cast<std::size_t>(node) + 1] - b;
+        std::memcpy(elems, &m_mesh.list[static_cast<std::size_t>(b)],
                     static_cast<std::size_t>(count) * sizeof(std::int32_t));
     }
     MEER_ElemDisplInterpol give_element_EDI(std::int32_t) override {
         return meerspace::MEER_EDI_QUAD_BILINEAR_2;
     }
     double give_element_area(std::int32_t) const override {
-        return 1.0 / (static_cast<double>(mesh_.n) * mesh_.n);
+        return 1.0 / (static_cast<double>(m_mesh.n) * m_mesh.n);
     }
     double give_element_thickness(std::int32_t) const override { return kThickness; }
     double give_element_thickness_reduced(std::int32_t) const override { return kThickness; }
@@ -215,12 +215,12 @@ protected:
     }
     void give_IPs1_values(std::int32_t elem, int ip, MEER_IPValues kind, std::int32_t count,
                           double* values) const override {
-        std::memcpy(values, mesh_.at(elem, ip, kind),
+        std::memcpy(values, m_mesh.at(elem, ip, kind),
                     static_cast<std::size_t>(count) * sizeof(double));
     }
     void give_IPs2_values(std::int32_t elem, int ip, MEER_IPValues kind, std::int32_t count,
                           double* values) const override {
-        std::memcpy(values, mesh_.at(elem, ip, kind),
+        std::memcpy(values, m_mesh.at(elem, ip, kind),
                     static_cast<std::size_t>(count) * sizeof(double));
     }
     std::int32_t give_IPs1_values_count(std::int32_t, int, MEER_IPValues) const override {
@@ -232,7 +232,7 @@ protected:
     bool is_element_valid(std::int32_t) const override { return true; }
 
 private:
-    const QuadMesh& mesh_;
+    const QuadMesh& m_mesh;
 };
 
 // ---- The yardstick ----------------------------------------------------------------------------

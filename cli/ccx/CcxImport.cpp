@@ -123,6 +123,148 @@ IsotropicElastic ReadDeckElastic(const std::filesystem::path& inpFile) {
     return found.front();
 }
 
+namespace {
+
+// The printed results of element e, with as many points of S, E and COORD as its kind prints.
+const DatElement& PrintedResults(const ProjectMesh& mesh, const DatIncrement& increment,
+                                 std::size_t e) {
+    const auto it = increment.elements.find(static_cast<long>(e + 1));
+    if (it == increment.elements.end())
+        throw ImportError(ElementText(e) + " has no results at time " +
+                          std::to_string(increment.time) +
+                          " (print it with *EL PRINT of S, E and COORD)");
+    const DatElement& d = it->second;
+    const std::size_t corners = mesh.elements[e].nodes.size();
+    const std::size_t printed = corners == 3 ? 2 : 8;
+    if (d.stress.size() != printed || d.strain.size() != printed || d.coords.size() != printed)
+        throw ImportError(ElementText(e) + ": expected " + std::to_string(printed) +
+                          " integration points of S, E and COORD for a " + std::to_string(corners) +
+                          "-node element, found " + std::to_string(d.stress.size()) + ", " +
+                          std::to_string(d.strain.size()) + " and " +
+                          std::to_string(d.coords.size()) +
+                          " (CPS3/S3 and CPS4/S4 with full integration are supported)");
+    if (!d.orientation.empty() && !IsShellOrientation(d.orientation))
+        throw ImportError(ElementText(e) + ": results are printed in the orientation '" +
+                          d.orientation + "'; remove the *ORIENTATION of the deck");
+    return d;
+}
+
+// A shell's results are printed in its local axes, whose z' is the element normal. When that
+// normal points down (-z), x' = x and y' = -y: the xy and xz components change sign.
+void TurnShellAxesToGlobal(Pair& p) {
+    for (Tensor* s : {&p.sLow, &p.sUp, &p.eLow, &p.eUp}) {
+        (*s)[XY] = -(*s)[XY];
+        (*s)[XZ] = -(*s)[XZ];
+    }
+}
+
+// The printed points of element e paired through the thickness: point k of the lower face of
+// the 3-D expansion with point k of the upper one, sorted into below and above in z.
+std::vector<Pair> PairsThroughThickness(const ProjectMesh& mesh, std::size_t e, const DatElement& d,
+                                        double tol,
+                                        const std::optional<IsotropicElastic>& planeStress) {
+    const double t = mesh.Thickness(e);
+    const std::size_t perFace = d.coords.size() / 2;
+    std::vector<Pair> pairs(perFace);
+    for (std::size_t k = 0; k < perFace; ++k) {
+        const std::size_t a = k, b = k + perFace; // a on the face below the element normal
+        const auto& ca = d.coords[a];
+        const auto& cb = d.coords[b];
+        if (std::sqrt(Distance2({ca[0], ca[1]}, cb[0], cb[1])) > tol)
+            throw ImportError(ElementText(e) + ": integration points " + std::to_string(a + 1) +
+                              " and " + std::to_string(b + 1) +
+                              " are not above one another: slabs must lie in the x-y plane");
+        const double dz = cb[2] - ca[2];
+        const double tPrinted = kSqrt3 * std::abs(dz);
+        if (std::abs(tPrinted - t) > 1e-3 * t + 1e-5 * (1.0 + std::abs(ca[2])))
+            throw ImportError(ElementText(e) + ": the deck's thickness " +
+                              std::to_string(tPrinted) + " differs from the slab's " +
+                              std::to_string(t) + " in the project");
+        Pair& p = pairs[k];
+        p.xy = {(ca[0] + cb[0]) / 2.0, (ca[1] + cb[1]) / 2.0};
+        const bool aIsLow = dz > 0.0;
+        p.sLow = d.stress[aIsLow ? a : b];
+        p.sUp = d.stress[aIsLow ? b : a];
+        p.eLow = d.strain[aIsLow ? a : b];
+        p.eUp = d.strain[aIsLow ? b : a];
+        if (IsShellOrientation(d.orientation) && !aIsLow)
+            TurnShellAxesToGlobal(p);
+        if (planeStress) {
+            p.sLow = PlaneStressFromStrain(p.eLow, *planeStress);
+            p.sUp = PlaneStressFromStrain(p.eUp, *planeStress);
+        }
+    }
+    return pairs;
+}
+
+// A triangle's three module points: the single centroid pair's values at each point.
+StrintgElement TrianglePoints(const ProjectMesh& mesh, std::size_t e,
+                              const std::vector<Pair>& pairs, double tol, bool shell) {
+    const auto& X = mesh.nodes;
+    const auto& n = mesh.elements[e].nodes;
+    const auto centroid = mesh.ElementCentroid(e);
+    if (std::sqrt(Distance2(pairs[0].xy, centroid[0], centroid[1])) > tol)
+        throw ImportError(ElementText(e) +
+                          ": the printed integration points are not at "
+                          "the element's centroid: the deck's numbering differs from the "
+                          "project's (write it with `slabadapt export --inp`)");
+    const StrintgPoint values = PairValues(pairs[0], mesh.Thickness(e), shell);
+    // Area coordinates of the module's three points, in its order.
+    static constexpr double L[3][3] = {
+        {1.0 / 6, 1.0 / 6, 2.0 / 3}, {2.0 / 3, 1.0 / 6, 1.0 / 6}, {1.0 / 6, 2.0 / 3, 1.0 / 6}};
+    StrintgElement points;
+    for (const auto& l : L) {
+        StrintgPoint p = values;
+        for (std::size_t c = 0; c < 3; ++c)
+            p.xyz[c] = l[0] * X[n[0]][c] + l[1] * X[n[1]][c] + l[2] * X[n[2]][c];
+        points.push_back(p);
+    }
+    return points;
+}
+
+// A quadrilateral's four module points at its Gauss points, each taking the printed pair that
+// lies there (matched by position, so CalculiX's own point order does not matter).
+StrintgElement QuadPoints(const ProjectMesh& mesh, std::size_t e, const std::vector<Pair>& pairs,
+                          double tol, bool shell) {
+    const auto& X = mesh.nodes;
+    const auto& n = mesh.elements[e].nodes;
+    const double g = 1.0 / kSqrt3;
+    static const double xi[4][2] = {{-1, -1}, {1, -1}, {1, 1}, {-1, 1}};
+    std::array<bool, 4> used{};
+    StrintgElement points;
+    for (const auto& q : xi) {
+        const double s = q[0] * g, r = q[1] * g;
+        const double N[4] = {0.25 * (1 - s) * (1 - r), 0.25 * (1 + s) * (1 - r),
+                             0.25 * (1 + s) * (1 + r), 0.25 * (1 - s) * (1 + r)};
+        std::array<double, 3> x{};
+        for (std::size_t i = 0; i < 4; ++i)
+            for (std::size_t c = 0; c < 3; ++c)
+                x[c] += N[i] * X[n[i]][c];
+        std::size_t best = 0;
+        double bestD = std::numeric_limits<double>::infinity();
+        for (std::size_t k = 0; k < 4; ++k) {
+            const double dk = Distance2(pairs[k].xy, x[0], x[1]);
+            if (dk < bestD) {
+                bestD = dk;
+                best = k;
+            }
+        }
+        if (std::sqrt(bestD) > tol || used[best])
+            throw ImportError(ElementText(e) +
+                              ": the printed integration points do not "
+                              "lie at the element's Gauss points: the deck's numbering "
+                              "differs from the project's (write it with `slabadapt "
+                              "export --inp`)");
+        used[best] = true;
+        StrintgPoint p = PairValues(pairs[best], mesh.Thickness(e), shell);
+        p.xyz = x;
+        points.push_back(p);
+    }
+    return points;
+}
+
+} // namespace
+
 std::vector<StrintgElement> ConvertIncrement(const ProjectMesh& mesh, const DatIncrement& increment,
                                              ElementFamily family,
                                              const std::optional<IsotropicElastic>& planeStress) {
@@ -135,124 +277,15 @@ std::vector<StrintgElement> ConvertIncrement(const ProjectMesh& mesh, const DatI
 
     std::vector<StrintgElement> out(mesh.elements.size());
     for (std::size_t e = 0; e < mesh.elements.size(); ++e) {
-        const auto& elem = mesh.elements[e];
-        const auto it = increment.elements.find(static_cast<long>(e + 1));
-        if (it == increment.elements.end())
-            throw ImportError(ElementText(e) + " has no results at time " +
-                              std::to_string(increment.time) +
-                              " (print it with *EL PRINT of S, E and COORD)");
-        const DatElement& d = it->second;
-        const std::size_t corners = elem.nodes.size();
-        const std::size_t printed = corners == 3 ? 2 : 8;
-        const std::size_t perFace = printed / 2;
-        if (d.stress.size() != printed || d.strain.size() != printed || d.coords.size() != printed)
-            throw ImportError(
-                ElementText(e) + ": expected " + std::to_string(printed) +
-                " integration points of S, E and COORD for a " + std::to_string(corners) +
-                "-node element, found " + std::to_string(d.stress.size()) + ", " +
-                std::to_string(d.strain.size()) + " and " + std::to_string(d.coords.size()) +
-                " (CPS3/S3 and CPS4/S4 with full integration are supported)");
-
-        const double t = mesh.Thickness(e);
+        const DatElement& d = PrintedResults(mesh, increment, e);
         const double h = std::sqrt(mesh.ElementArea(e));
         const auto centroid = mesh.ElementCentroid(e);
         const double tol = 1e-3 * h + 1e-6 * (std::abs(centroid[0]) + std::abs(centroid[1]));
-
-        bool shell = family == ElementFamily::Shell;
-        if (family == ElementFamily::Auto)
-            shell = IsShellOrientation(d.orientation);
-        if (!d.orientation.empty() && !IsShellOrientation(d.orientation))
-            throw ImportError(ElementText(e) + ": results are printed in the orientation '" +
-                              d.orientation + "'; remove the *ORIENTATION of the deck");
-
-        std::vector<Pair> pairs(perFace);
-        for (std::size_t k = 0; k < perFace; ++k) {
-            const std::size_t a = k, b = k + perFace; // a on the face below the element normal
-            const auto& ca = d.coords[a];
-            const auto& cb = d.coords[b];
-            if (std::sqrt(Distance2({ca[0], ca[1]}, cb[0], cb[1])) > tol)
-                throw ImportError(ElementText(e) + ": integration points " + std::to_string(a + 1) +
-                                  " and " + std::to_string(b + 1) +
-                                  " are not above one another: slabs must lie in the x-y plane");
-            const double dz = cb[2] - ca[2];
-            const double tPrinted = kSqrt3 * std::abs(dz);
-            if (std::abs(tPrinted - t) > 1e-3 * t + 1e-5 * (1.0 + std::abs(ca[2])))
-                throw ImportError(ElementText(e) + ": the deck's thickness " +
-                                  std::to_string(tPrinted) + " differs from the slab's " +
-                                  std::to_string(t) + " in the project");
-            Pair& p = pairs[k];
-            p.xy = {(ca[0] + cb[0]) / 2.0, (ca[1] + cb[1]) / 2.0};
-            const bool aIsLow = dz > 0.0;
-            p.sLow = d.stress[aIsLow ? a : b];
-            p.sUp = d.stress[aIsLow ? b : a];
-            p.eLow = d.strain[aIsLow ? a : b];
-            p.eUp = d.strain[aIsLow ? b : a];
-            if (IsShellOrientation(d.orientation) && !aIsLow) {
-                // The shell's local axes: x' = x, z' = the element normal = -z, y' = -y.
-                for (Tensor* s : {&p.sLow, &p.sUp, &p.eLow, &p.eUp}) {
-                    (*s)[XY] = -(*s)[XY];
-                    (*s)[XZ] = -(*s)[XZ];
-                }
-            }
-            if (planeStress) {
-                p.sLow = PlaneStressFromStrain(p.eLow, *planeStress);
-                p.sUp = PlaneStressFromStrain(p.eUp, *planeStress);
-            }
-        }
-
-        const auto& X = mesh.nodes;
-        const auto& n = elem.nodes;
-        StrintgElement& points = out[e];
-        if (corners == 3) {
-            if (std::sqrt(Distance2(pairs[0].xy, centroid[0], centroid[1])) > tol)
-                throw ImportError(ElementText(e) +
-                                  ": the printed integration points are not at "
-                                  "the element's centroid: the deck's numbering differs from the "
-                                  "project's (write it with `slabadapt export --inp`)");
-            const StrintgPoint values = PairValues(pairs[0], t, shell);
-            // Area coordinates of the module's three points, in its order.
-            static constexpr double L[3][3] = {{1.0 / 6, 1.0 / 6, 2.0 / 3},
-                                               {2.0 / 3, 1.0 / 6, 1.0 / 6},
-                                               {1.0 / 6, 2.0 / 3, 1.0 / 6}};
-            for (const auto& l : L) {
-                StrintgPoint p = values;
-                for (std::size_t c = 0; c < 3; ++c)
-                    p.xyz[c] = l[0] * X[n[0]][c] + l[1] * X[n[1]][c] + l[2] * X[n[2]][c];
-                points.push_back(p);
-            }
-        } else {
-            const double g = 1.0 / kSqrt3;
-            static const double xi[4][2] = {{-1, -1}, {1, -1}, {1, 1}, {-1, 1}};
-            std::array<bool, 4> used{};
-            for (const auto& q : xi) {
-                const double s = q[0] * g, r = q[1] * g;
-                const double N[4] = {0.25 * (1 - s) * (1 - r), 0.25 * (1 + s) * (1 - r),
-                                     0.25 * (1 + s) * (1 + r), 0.25 * (1 - s) * (1 + r)};
-                std::array<double, 3> x{};
-                for (std::size_t i = 0; i < 4; ++i)
-                    for (std::size_t c = 0; c < 3; ++c)
-                        x[c] += N[i] * X[n[i]][c];
-                std::size_t best = 0;
-                double bestD = std::numeric_limits<double>::infinity();
-                for (std::size_t k = 0; k < 4; ++k) {
-                    const double dk = Distance2(pairs[k].xy, x[0], x[1]);
-                    if (dk < bestD) {
-                        bestD = dk;
-                        best = k;
-                    }
-                }
-                if (std::sqrt(bestD) > tol || used[best])
-                    throw ImportError(ElementText(e) +
-                                      ": the printed integration points do not "
-                                      "lie at the element's Gauss points: the deck's numbering "
-                                      "differs from the project's (write it with `slabadapt "
-                                      "export --inp`)");
-                used[best] = true;
-                StrintgPoint p = PairValues(pairs[best], t, shell);
-                p.xyz = x;
-                points.push_back(p);
-            }
-        }
+        const bool shell = family == ElementFamily::Shell ||
+                           (family == ElementFamily::Auto && IsShellOrientation(d.orientation));
+        const std::vector<Pair> pairs = PairsThroughThickness(mesh, e, d, tol, planeStress);
+        out[e] = mesh.elements[e].nodes.size() == 3 ? TrianglePoints(mesh, e, pairs, tol, shell)
+                                                    : QuadPoints(mesh, e, pairs, tol, shell);
     }
     return out;
 }

@@ -16,14 +16,14 @@ namespace {
 /// Line-counting reader of the MSH sections, so that every error names its line.
 class MshReader {
 public:
-    explicit MshReader(const std::filesystem::path& file) : file_(file), in_(file) {
-        if (!in_)
+    explicit MshReader(const std::filesystem::path& file) : m_file(file), m_in(file) {
+        if (!m_in)
             throw ImportError(file.string() + ": cannot open the mesh file");
     }
 
     bool NextLine(std::string& line) {
-        while (std::getline(in_, line)) {
-            ++line_;
+        while (std::getline(m_in, line)) {
+            ++m_line;
             if (!line.empty() && line.back() == '\r')
                 line.pop_back();
             if (line.find_first_not_of(" \t") != std::string::npos)
@@ -42,7 +42,7 @@ public:
     std::istringstream Fields() { return std::istringstream(Line()); }
 
     [[noreturn]] void Fail(const std::string& what) const {
-        throw ImportError(file_.string() + ":" + std::to_string(line_) + ": " + what);
+        throw ImportError(m_file.string() + ":" + std::to_string(m_line) + ": " + what);
     }
 
     template <class T> T Read(std::istringstream& s, const char* what) {
@@ -61,9 +61,9 @@ public:
     }
 
 private:
-    std::filesystem::path file_;
-    std::ifstream in_;
-    long line_ = 0;
+    std::filesystem::path m_file;
+    std::ifstream m_in;
+    long m_line = 0;
 };
 
 struct RawElement {

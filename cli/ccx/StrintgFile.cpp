@@ -2,6 +2,8 @@
 
 #include "cli/ccx/ProjectMesh.h"
 
+#include "adaptivity/StrintgFormat.h"
+
 #include <algorithm>
 #include <cctype>
 #include <charconv>
@@ -13,13 +15,11 @@ namespace slabadapt::ccx {
 
 namespace {
 
-constexpr std::array<const char*, 19> kColumns = {"igx", "igy", "igz", "mx",  "my", "mxy", "qx",
-                                                  "qy",  "nx",  "ny",  "nxy", "kx", "ky",  "kxy",
-                                                  "gxz", "gyz", "ex",  "ey",  "gxy"};
-
-constexpr std::size_t kHeaderPrefix = 20; // names start at this character of line 3
-constexpr std::size_t kRecordPrefix = 16; // values start here: element (8) + point (8)
-constexpr std::size_t kField = 15;
+// The layout the module's reader expects.
+constexpr const auto& kColumns = strintg::c_columnNames;
+constexpr std::size_t kHeaderPrefix = strintg::c_nHeaderFieldsStart;
+constexpr std::size_t kRecordPrefix = strintg::c_nValuesStart;
+constexpr std::size_t kField = strintg::c_nFieldWidth;
 
 std::string OneLine(std::string text) {
     std::replace(text.begin(), text.end(), '\n', ' ');

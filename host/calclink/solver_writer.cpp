@@ -33,26 +33,30 @@ void WriteSizeField(const std::filesystem::path& posFile,
                     const std::vector<std::vector<unsigned long>>& elements,
                     const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
     if (sizes.size() != nodes.size())
-        throw std::invalid_argument("the size field has " + std::to_string(sizes.size()) + " values for " +
-                                    std::to_string(nodes.size()) + " nodes");
+        throw std::invalid_argument("the size field has " + std::to_string(sizes.size()) +
+                                    " values for " + std::to_string(nodes.size()) + " nodes");
     for (std::size_t i = 0; i < sizes.size(); ++i)
         if (!std::isfinite(sizes[i]) || sizes[i] <= 0.0)
-            throw std::invalid_argument("the size at node " + std::to_string(i + 1) +
-                                        " is not a positive finite number: " + std::to_string(sizes[i]));
+            throw std::invalid_argument(
+                "the size at node " + std::to_string(i + 1) +
+                " is not a positive finite number: " + std::to_string(sizes[i]));
     for (std::size_t e = 0; e < elements.size(); ++e) {
         if (elements[e].size() != 3 && elements[e].size() != 4)
             throw std::invalid_argument("element " + std::to_string(e + 1) + " has " +
-                                        std::to_string(elements[e].size()) + " nodes; expected 3 or 4");
+                                        std::to_string(elements[e].size()) +
+                                        " nodes; expected 3 or 4");
         for (unsigned long n : elements[e])
             if (n < 1 || n > nodes.size())
-                throw std::invalid_argument("element " + std::to_string(e + 1) + " references node " +
-                                            std::to_string(n) + " outside 1.." + std::to_string(nodes.size()));
+                throw std::invalid_argument("element " + std::to_string(e + 1) +
+                                            " references node " + std::to_string(n) +
+                                            " outside 1.." + std::to_string(nodes.size()));
     }
 
     // Written to a temporary name and renamed, so that a mesher never reads half a field.
     std::filesystem::path temporary = posFile;
     temporary += ".tmp";
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(temporary.c_str(), "wb"), &std::fclose);
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(temporary.c_str(), "wb"),
+                                                        &std::fclose);
     if (!out)
         throw std::runtime_error("cannot write " + temporary.string());
     std::FILE* f = out.get();
@@ -94,7 +98,8 @@ void WriteSizeField(const std::filesystem::path& posFile,
 
 } // namespace host::calclink
 
-void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath, const std::vector<double>& refinement,
+void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath,
+                                              const std::vector<double>& refinement,
                                               const std::vector<CKQPoint3D>& nodes) const {
     if (const auto hook = currentWriteHook()) {
         hook(projectPath, refinement, nodes);
@@ -103,14 +108,15 @@ void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath, const 
     const std::filesystem::path project = projectPath.ToPath();
     // The store opens a mesh without elements and physical surfaces as an empty model; its
     // size field is a view without entries.
-    host::outcome::Mesh mesh =
-        host::outcome::ReadMesh(host::outcome::ProjectFile(project, ".msh"), host::outcome::EmptyMesh::Accept);
+    host::outcome::Mesh mesh = host::outcome::ReadMesh(host::outcome::ProjectFile(project, ".msh"),
+                                                       host::outcome::EmptyMesh::Accept);
     if (nodes.size() != mesh.nodes.size())
-        throw std::invalid_argument("the size field has " + std::to_string(nodes.size()) + " nodes, the mesh " +
-                                    std::to_string(mesh.nodes.size()));
+        throw std::invalid_argument("the size field has " + std::to_string(nodes.size()) +
+                                    " nodes, the mesh " + std::to_string(mesh.nodes.size()));
     std::vector<std::vector<unsigned long>> elements;
     elements.reserve(mesh.elements.size());
     for (const auto& e : mesh.elements)
         elements.push_back(e.nodes);
-    host::calclink::WriteSizeField(host::outcome::ProjectFile(project, ".refine.pos"), elements, refinement, nodes);
+    host::calclink::WriteSizeField(host::outcome::ProjectFile(project, ".refine.pos"), elements,
+                                   refinement, nodes);
 }

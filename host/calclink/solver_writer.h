@@ -37,8 +37,9 @@ void WriteSizeField(const std::filesystem::path& posFile,
 // P.refine.pos; nothing is checked and no file is touched. What the hook throws passes to the
 // caller of WriteMeshRefinements. An empty hook removes it. The hook is the whole process's;
 // SetWriteMeshRefinementsHook returns the previous one.
-using WriteMeshRefinementsHook = std::function<void(const CString& projectPath, const std::vector<double>& refinement,
-                                                    const std::vector<CKQPoint3D>& nodes)>;
+using WriteMeshRefinementsHook =
+    std::function<void(const CString& projectPath, const std::vector<double>& refinement,
+                       const std::vector<CKQPoint3D>& nodes)>;
 WriteMeshRefinementsHook SetWriteMeshRefinementsHook(WriteMeshRefinementsHook hook);
 
 // Installs a WriteMeshRefinements hook for the lifetime of the object and puts the previous

@@ -6,9 +6,9 @@
 #include <algorithm>
 #include <cerrno>
 #include <clocale>
-#include <locale.h>
 #include <cwchar>
 #include <cwctype>
+#include <locale.h>
 #include <vector>
 
 namespace {
@@ -142,7 +142,9 @@ void CString::SetAt(int index, wchar_t ch) {
     m_text[static_cast<std::size_t>(index)] = ch;
 }
 
-CString CString::Mid(int first) const { return Mid(first, GetLength()); }
+CString CString::Mid(int first) const {
+    return Mid(first, GetLength());
+}
 
 CString CString::Mid(int first, int count) const {
     first = std::max(first, 0);
@@ -153,7 +155,9 @@ CString CString::Mid(int first, int count) const {
     return CString(m_text.substr(static_cast<std::size_t>(first), static_cast<std::size_t>(count)));
 }
 
-CString CString::Left(int count) const { return Mid(0, count); }
+CString CString::Left(int count) const {
+    return Mid(0, count);
+}
 
 CString CString::Right(int count) const {
     count = std::clamp(count, 0, GetLength());
@@ -191,7 +195,9 @@ CString& CString::TrimRight() {
     return *this;
 }
 
-CString& CString::Trim() { return TrimRight().TrimLeft(); }
+CString& CString::Trim() {
+    return TrimRight().TrimLeft();
+}
 
 CString& CString::TrimLeft(wchar_t ch) {
     auto first = m_text.find_first_not_of(ch);
@@ -205,7 +211,9 @@ CString& CString::TrimRight(wchar_t ch) {
     return *this;
 }
 
-CString& CString::Trim(wchar_t ch) { return TrimRight(ch).TrimLeft(ch); }
+CString& CString::Trim(wchar_t ch) {
+    return TrimRight(ch).TrimLeft(ch);
+}
 
 CString& CString::MakeLower() {
     for (wchar_t& c : m_text)
@@ -330,12 +338,22 @@ int CString::CompareNoCase(const wchar_t* other) const {
     return a.MakeLower().Compare(b.MakeLower());
 }
 
-std::string CString::ToUtf8() const { return host::win32::WideToUtf8(m_text); }
+std::string CString::ToUtf8() const {
+    return host::win32::WideToUtf8(m_text);
+}
 
-std::filesystem::path CString::ToPath() const { return host::win32::ToNativePath(m_text); }
+std::filesystem::path CString::ToPath() const {
+    return host::win32::ToNativePath(m_text);
+}
 
-CString CString::FromPath(const std::filesystem::path& path) { return CString(path.string()); }
+CString CString::FromPath(const std::filesystem::path& path) {
+    return CString(path.string());
+}
 
-std::ostream& operator<<(std::ostream& out, const CString& text) { return out << text.ToUtf8(); }
+std::ostream& operator<<(std::ostream& out, const CString& text) {
+    return out << text.ToUtf8();
+}
 
-std::wostream& operator<<(std::wostream& out, const CString& text) { return out << text.Str(); }
+std::wostream& operator<<(std::wostream& out, const CString& text) {
+    return out << text.Str();
+}

@@ -16,13 +16,13 @@
 class CString {
 public:
     CString() = default;
-    CString(const wchar_t* text);                 // NOLINT: implicit, as in the framework
-    CString(const wchar_t* text, int length);     // the first length characters
-    CString(const char* utf8);                    // NOLINT
+    CString(const wchar_t* text);             // NOLINT: implicit, as in the framework
+    CString(const wchar_t* text, int length); // the first length characters
+    CString(const char* utf8);                // NOLINT
     CString(wchar_t ch, int repeat = 1);
-    CString(std::wstring text) : m_text(std::move(text)) {}      // NOLINT
-    CString(std::wstring_view text) : m_text(text) {}             // NOLINT
-    CString(const std::string& utf8);                             // NOLINT
+    CString(std::wstring text) : m_text(std::move(text)) {} // NOLINT
+    CString(std::wstring_view text) : m_text(text) {}       // NOLINT
+    CString(const std::string& utf8);                       // NOLINT
 
     // Length and access.
     int GetLength() const { return static_cast<int>(m_text.size()); }
@@ -32,7 +32,9 @@ public:
     void SetAt(int index, wchar_t ch);
     wchar_t operator[](int index) const { return GetAt(index); }
     const wchar_t* GetString() const { return m_text.c_str(); }
-    operator const wchar_t*() const { return m_text.c_str(); } // NOLINT: LPCTSTR, as in the framework
+    operator const wchar_t*() const {
+        return m_text.c_str();
+    } // NOLINT: LPCTSTR, as in the framework
 
     // Substrings (clamped: a negative start counts as 0, a count past the end stops there).
     CString Mid(int first) const;
@@ -72,15 +74,39 @@ public:
     CString& operator=(const wchar_t* text);
     CString& operator=(const char* utf8);
     CString& operator=(wchar_t ch);
-    CString& operator+=(const CString& other) { m_text += other.m_text; return *this; }
+    CString& operator+=(const CString& other) {
+        m_text += other.m_text;
+        return *this;
+    }
     CString& operator+=(const wchar_t* text);
-    CString& operator+=(wchar_t ch) { m_text += ch; return *this; }
+    CString& operator+=(wchar_t ch) {
+        m_text += ch;
+        return *this;
+    }
     CString& operator+=(const char* utf8) { return *this += CString(utf8); }
-    friend CString operator+(const CString& a, const CString& b) { return CString(a.m_text + b.m_text); }
-    friend CString operator+(const CString& a, const wchar_t* b) { CString r(a); r += b; return r; }
-    friend CString operator+(const wchar_t* a, const CString& b) { CString r(a); r += b; return r; }
-    friend CString operator+(const CString& a, wchar_t b) { CString r(a); r += b; return r; }
-    friend CString operator+(wchar_t a, const CString& b) { CString r(a); r += b; return r; }
+    friend CString operator+(const CString& a, const CString& b) {
+        return CString(a.m_text + b.m_text);
+    }
+    friend CString operator+(const CString& a, const wchar_t* b) {
+        CString r(a);
+        r += b;
+        return r;
+    }
+    friend CString operator+(const wchar_t* a, const CString& b) {
+        CString r(a);
+        r += b;
+        return r;
+    }
+    friend CString operator+(const CString& a, wchar_t b) {
+        CString r(a);
+        r += b;
+        return r;
+    }
+    friend CString operator+(wchar_t a, const CString& b) {
+        CString r(a);
+        r += b;
+        return r;
+    }
 
     // Comparison (ordinal, by character code). Compare returns <0, 0, >0.
     int Compare(const wchar_t* other) const;

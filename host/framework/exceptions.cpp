@@ -1,3 +1,5 @@
 #include "host/framework/exceptions.h"
 
-void AfxThrowInvalidArgException() { throw CInvalidArgException(); }
+void AfxThrowInvalidArgException() {
+    throw CInvalidArgException();
+}

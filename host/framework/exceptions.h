@@ -22,8 +22,15 @@ public:
 // A file could not be opened, read or written. m_lOsError is the Win32 error code.
 class CFileException : public CException {
 public:
-    enum { none = 0, genericException = 1, fileNotFound = 2, badPath = 3, accessDenied = 5,
-           sharingViolation = 7, endOfFile = 14 };
+    enum {
+        none = 0,
+        genericException = 1,
+        fileNotFound = 2,
+        badPath = 3,
+        accessDenied = 5,
+        sharingViolation = 7,
+        endOfFile = 14
+    };
 
     CFileException() = default;
     CFileException(int cause, long osError, std::string fileName)

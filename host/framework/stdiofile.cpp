@@ -9,11 +9,16 @@
 namespace {
 int causeOf(DWORD win32Error) {
     switch (win32Error) {
-    case ERROR_FILE_NOT_FOUND: return CFileException::fileNotFound;
-    case ERROR_PATH_NOT_FOUND: return CFileException::badPath;
-    case ERROR_ACCESS_DENIED: return CFileException::accessDenied;
-    case ERROR_SHARING_VIOLATION: return CFileException::sharingViolation;
-    default: return CFileException::genericException;
+    case ERROR_FILE_NOT_FOUND:
+        return CFileException::fileNotFound;
+    case ERROR_PATH_NOT_FOUND:
+        return CFileException::badPath;
+    case ERROR_ACCESS_DENIED:
+        return CFileException::accessDenied;
+    case ERROR_SHARING_VIOLATION:
+        return CFileException::sharingViolation;
+    default:
+        return CFileException::genericException;
     }
 }
 } // namespace
@@ -24,7 +29,9 @@ CStdioFile::CStdioFile(LPCTSTR fileName, UINT openFlags) {
         throw error;
 }
 
-CStdioFile::~CStdioFile() { Close(); }
+CStdioFile::~CStdioFile() {
+    Close();
+}
 
 BOOL CStdioFile::Open(LPCTSTR fileName, UINT openFlags, CFileException* error) {
     Close();

@@ -22,7 +22,8 @@ SaveRowHook currentHook() {
 // A prepared statement that finalises itself.
 class Statement {
 public:
-    Statement(sqlite3* db, const std::filesystem::path& file, const std::string& sql) : m_db(db), m_file(file) {
+    Statement(sqlite3* db, const std::filesystem::path& file, const std::string& sql)
+        : m_db(db), m_file(file) {
         if (sqlite3_prepare_v2(db, sql.c_str(), -1, &m_stmt, nullptr) != SQLITE_OK)
             fail("cannot prepare \"" + sql + "\"");
     }
@@ -33,10 +34,12 @@ public:
     Statement& bind(int i, std::int64_t v) { return check(sqlite3_bind_int64(m_stmt, i, v)); }
     Statement& bind(int i, double v) {
         // SQLite keeps NaN as NULL anyway; say so explicitly.
-        return check(std::isnan(v) ? sqlite3_bind_null(m_stmt, i) : sqlite3_bind_double(m_stmt, i, v));
+        return check(std::isnan(v) ? sqlite3_bind_null(m_stmt, i)
+                                   : sqlite3_bind_double(m_stmt, i, v));
     }
     Statement& bind(int i, const std::string& v) {
-        return check(sqlite3_bind_text(m_stmt, i, v.c_str(), static_cast<int>(v.size()), SQLITE_TRANSIENT));
+        return check(
+            sqlite3_bind_text(m_stmt, i, v.c_str(), static_cast<int>(v.size()), SQLITE_TRANSIENT));
     }
 
     // True while there is a row.
@@ -55,8 +58,9 @@ public:
 
     std::int64_t integer(int col) const { return sqlite3_column_int64(m_stmt, col); }
     double real(int col) const {
-        return sqlite3_column_type(m_stmt, col) == SQLITE_NULL ? std::numeric_limits<double>::quiet_NaN()
-                                                               : sqlite3_column_double(m_stmt, col);
+        return sqlite3_column_type(m_stmt, col) == SQLITE_NULL
+                   ? std::numeric_limits<double>::quiet_NaN()
+                   : sqlite3_column_double(m_stmt, col);
     }
     std::string text(int col) const {
         const auto* p = sqlite3_column_text(m_stmt, col);
@@ -87,15 +91,18 @@ void exec(sqlite3* db, const std::filesystem::path& file, const std::string& sql
     }
 }
 
-std::string sqlName(const std::string& identifier) { return "\"" + identifier + "\""; }
+std::string sqlName(const std::string& identifier) {
+    return "\"" + identifier + "\"";
+}
 
-const char* kCatalogColumns =
-    "result_type, ds_type, ds_id, case_type, case_number, case_subcase, case_flag, flags, coord_system, "
-    "location, envelope";
+const char* kCatalogColumns = "result_type, ds_type, ds_id, case_type, case_number, case_subcase, "
+                              "case_flag, flags, coord_system, "
+                              "location, envelope";
 
 const char* kKeyMatch =
     "result_type = ?1 AND ds_type = ?2 AND ds_id = ?3 AND case_type = ?4 AND case_number = ?5 AND "
-    "case_subcase = ?6 AND case_flag = ?7 AND flags = ?8 AND coord_system = ?9 AND location = ?10 AND "
+    "case_subcase = ?6 AND case_flag = ?7 AND flags = ?8 AND coord_system = ?9 AND location = ?10 "
+    "AND "
     "envelope = ?11";
 
 void bindKey(Statement& s, const CKQ_ResultKey& key) {
@@ -126,7 +133,8 @@ std::vector<std::string> splitNames(const std::string& text, unsigned long colum
     std::size_t start = 0;
     for (;;) {
         std::size_t comma = text.find(',', start);
-        names.push_back(text.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
+        names.push_back(
+            text.substr(start, comma == std::string::npos ? std::string::npos : comma - start));
         if (comma == std::string::npos)
             break;
         start = comma + 1;
@@ -172,10 +180,11 @@ std::string GarStore::TableName(const CKQ_ResultKey& key) {
         if (c != '{' && c != '}' && c != '-')
             hex += c;
     auto num = [](long long v) { return v < 0 ? "m" + std::to_string(-v) : std::to_string(v); };
-    return "r_" + hex + "_ds" + num(key.GetDsObject().GetType()) + "_" + num(key.GetDsObject().GetID()) + "_case" +
-           num(key.GetResultCase().GetType()) + "_" + num(key.GetResultCase().GetNumber()) + "_" +
-           num(key.GetResultCase().GetSubCase()) + "_" + num(key.GetResultCase().GetFlag() ? 1 : 0) + "_f" +
-           num(key.GetFlags()) + "_cs" + num(key.GetCoordSystem()) + "_loc" + num(key.GetResLocation()) + "_env" +
+    return "r_" + hex + "_ds" + num(key.GetDsObject().GetType()) + "_" +
+           num(key.GetDsObject().GetID()) + "_case" + num(key.GetResultCase().GetType()) + "_" +
+           num(key.GetResultCase().GetNumber()) + "_" + num(key.GetResultCase().GetSubCase()) +
+           "_" + num(key.GetResultCase().GetFlag() ? 1 : 0) + "_f" + num(key.GetFlags()) + "_cs" +
+           num(key.GetCoordSystem()) + "_loc" + num(key.GetResLocation()) + "_env" +
            num(key.GetEnvelopeExtreme());
 }
 
@@ -194,13 +203,16 @@ GarStore::GarStore(const std::filesystem::path& garFile, bool createIfMissing) :
         } else {
             // Opening to read writes nothing: a reader neither waits for a save that is
             // running nor needs write access, and a database of some other kind stays as it is.
-            Statement tables(m_db, m_path, "SELECT count(*), sum(name = 'gar_info') FROM sqlite_master WHERE type = 'table'");
+            Statement tables(
+                m_db, m_path,
+                "SELECT count(*), sum(name = 'gar_info') FROM sqlite_master WHERE type = 'table'");
             tables.step();
             if (tables.integer(1) == 0) {
                 // An empty database (a 0-byte file, say) is an empty store; the first Save
                 // makes its schema. Tables of something else mean it is no result store.
                 if (tables.integer(0) != 0)
-                    throw GarError(m_path.string() + ": not a result store (it has no gar_info table)");
+                    throw GarError(m_path.string() +
+                                   ": not a result store (it has no gar_info table)");
                 m_hasSchema = false;
             }
         }
@@ -233,7 +245,9 @@ void GarStore::createSchema() {
     m_hasSchema = true;
 }
 
-GarStore::~GarStore() { sqlite3_close(m_db); }
+GarStore::~GarStore() {
+    sqlite3_close(m_db);
+}
 
 bool GarStore::Save(const CKQ_Result& result, bool replace) {
     const CKQ_ResultKey& key = result.GetKey();
@@ -249,7 +263,8 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
         dropResult(key, *old);
     }
     const unsigned long columns = result.GetCountOfColumns();
-    std::string create = "CREATE TABLE " + sqlName(table) + "(row INTEGER PRIMARY KEY, element_id INTEGER NOT NULL";
+    std::string create =
+        "CREATE TABLE " + sqlName(table) + "(row INTEGER PRIMARY KEY, element_id INTEGER NOT NULL";
     std::string insert = "INSERT INTO " + sqlName(table) + " VALUES (?1, ?2";
     for (unsigned long c = 0; c < columns; ++c) {
         create += ", v" + std::to_string(c) + " REAL";
@@ -259,7 +274,8 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
     exec(m_db, m_path, create + ")");
     Statement row(m_db, m_path, insert + ")");
     for (unsigned long r = 0; r < result.GetCountOfRows(); ++r) {
-        row.bind(1, static_cast<std::int64_t>(r)).bind(2, static_cast<std::int64_t>(result.GetElementId(r)));
+        row.bind(1, static_cast<std::int64_t>(r))
+            .bind(2, static_cast<std::int64_t>(result.GetElementId(r)));
         for (unsigned long c = 0; c < columns; ++c)
             row.bind(static_cast<int>(c + 3), result.GetValue(c, r));
         row.step();
@@ -287,18 +303,22 @@ std::vector<StoredResultInfo> GarStore::List() const {
         return out;
     Statement s(m_db, m_path,
                 std::string("SELECT ") + kCatalogColumns +
-                    ", table_name, row_count, column_count FROM gar_results ORDER BY " + kCatalogColumns);
+                    ", table_name, row_count, column_count FROM gar_results ORDER BY " +
+                    kCatalogColumns);
     while (s.step()) {
         auto guid = host::com::ParseGuid(s.text(0));
         if (!guid)
-            throw GarError(m_path.string() + ": result table " + s.text(11) + " has the invalid result type " + s.text(0));
+            throw GarError(m_path.string() + ": result table " + s.text(11) +
+                           " has the invalid result type " + s.text(0));
         using namespace Outcome64Enums;
-        CKQ_DsObject object(static_cast<eDsElementType>(s.integer(1)), static_cast<int>(s.integer(2)));
+        CKQ_DsObject object(static_cast<eDsElementType>(s.integer(1)),
+                            static_cast<int>(s.integer(2)));
         CResultCase rc(static_cast<eDsElementType>(s.integer(3)), static_cast<int>(s.integer(4)),
                        static_cast<short>(s.integer(5)), s.integer(6) != 0);
         StoredResultInfo info;
         info.key = CKQ_ResultKey(*guid, object, rc, static_cast<unsigned char>(s.integer(7)),
-                                 static_cast<eCoordSystem>(s.integer(8)), static_cast<eResLocation>(s.integer(9)),
+                                 static_cast<eCoordSystem>(s.integer(8)),
+                                 static_cast<eResLocation>(s.integer(9)),
                                  static_cast<eEnvelopeExtreme>(s.integer(10)));
         info.tableName = s.text(11);
         info.rows = static_cast<unsigned long>(s.integer(12));
@@ -318,7 +338,8 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
         return std::nullopt;
     {
         Statement s(m_db, m_path,
-                    std::string("SELECT table_name, row_count, column_count, column_names FROM gar_results WHERE ") +
+                    std::string("SELECT table_name, row_count, column_count, column_names FROM "
+                                "gar_results WHERE ") +
                         kKeyMatch);
         bindKey(s, key);
         if (!s.step())
@@ -336,7 +357,8 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
     std::vector<std::vector<double>> values;
     while (s.step()) {
         if (static_cast<unsigned long>(s.integer(0)) != ids.size())
-            throw GarError(m_path.string() + ": table " + table + " misses row " + std::to_string(ids.size()));
+            throw GarError(m_path.string() + ": table " + table + " misses row " +
+                           std::to_string(ids.size()));
         ids.push_back(static_cast<unsigned long>(s.integer(1)));
         std::vector<double> row(columns);
         for (unsigned long c = 0; c < columns; ++c)

@@ -15,9 +15,11 @@ namespace host::outcome {
 
 namespace {
 
-const char* const c_noPhysicalSurface = "the mesh has no physical surface; define each slab as a Physical Surface";
+const char* const c_noPhysicalSurface =
+    "the mesh has no physical surface; define each slab as a Physical Surface";
 
-std::string lineMessage(const std::filesystem::path& file, std::size_t line, const std::string& message) {
+std::string lineMessage(const std::filesystem::path& file, std::size_t line,
+                        const std::string& message) {
     std::string where = file.string();
     if (line > 0)
         where += ":" + std::to_string(line);
@@ -127,12 +129,12 @@ public:
 
     std::size_t lineNo() const { return m_lineNo; }
 
-    template <class Int>
-    Int integer(std::string_view token, const std::string& what) const {
+    template <class Int> Int integer(std::string_view token, const std::string& what) const {
         Int value{};
         auto [end, ec] = std::from_chars(token.data(), token.data() + token.size(), value);
         if (ec != std::errc() || end != token.data() + token.size())
-            fail(m_lineNo, "expected " + what + " (an integer), found \"" + std::string(token) + "\"");
+            fail(m_lineNo,
+                 "expected " + what + " (an integer), found \"" + std::string(token) + "\"");
         return value;
     }
 
@@ -214,7 +216,9 @@ public:
             m_in.fail(0, "the mesh file is empty; expected $MeshFormat");
         const std::string& first = m_in.next("$MeshFormat");
         if (MshLines::trimmed(first) != "$MeshFormat")
-            m_in.fail(m_in.lineNo(), "expected $MeshFormat at the start of a Gmsh MSH file, found \"" + first + "\"");
+            m_in.fail(m_in.lineNo(),
+                      "expected $MeshFormat at the start of a Gmsh MSH file, found \"" + first +
+                          "\"");
         readFormat();
         bool haveNodes = false;
         bool haveElements = false;
@@ -222,14 +226,16 @@ public:
             std::string header(MshLines::trimmed(m_in.next("a section")));
             std::size_t line = m_in.lineNo();
             if (header.empty() || header[0] != '$')
-                m_in.fail(line, "expected a section header such as $Nodes, found \"" + header + "\"");
+                m_in.fail(line,
+                          "expected a section header such as $Nodes, found \"" + header + "\"");
             std::string name = header.substr(1);
             if (name == "PhysicalNames") {
                 readPhysicalNames();
             } else if (name == "Entities" && m_v4) {
                 readEntities();
             } else if (name == "PartitionedEntities") {
-                m_in.fail(line, "partitioned meshes are not supported; save the mesh unpartitioned");
+                m_in.fail(line,
+                          "partitioned meshes are not supported; save the mesh unpartitioned");
             } else if (name == "Nodes") {
                 if (haveNodes)
                     m_in.fail(line, "a second $Nodes section");
@@ -271,7 +277,9 @@ private:
         }
         m_version = version;
         if (t[1] != "0")
-            m_in.fail(m_in.lineNo(), "binary MSH files are not supported; save the mesh as ASCII (Mesh.Binary = 0)");
+            m_in.fail(
+                m_in.lineNo(),
+                "binary MSH files are not supported; save the mesh as ASCII (Mesh.Binary = 0)");
         m_in.expectEnd("MeshFormat");
     }
 
@@ -283,7 +291,9 @@ private:
             int dim = m_in.integer<int>(p[0], "the dimension of a physical group");
             int tag = m_in.integer<int>(p[1], "the tag of a physical group");
             // The name is quoted and may hold blanks: take everything between the quotes.
-            std::string_view rest(p[2].data(), static_cast<std::size_t>(p.back().data() + p.back().size() - p[2].data()));
+            std::string_view rest(
+                p[2].data(),
+                static_cast<std::size_t>(p.back().data() + p.back().size() - p[2].data()));
             std::string name(rest);
             if (name.size() >= 2 && name.front() == '"' && name.back() == '"')
                 name = name.substr(1, name.size() - 2);
@@ -296,18 +306,23 @@ private:
         auto t = m_in.tokens("the numbers of points, curves, surfaces and volumes", 4);
         std::size_t counts[4];
         for (int d = 0; d < 4; ++d)
-            counts[d] = m_in.integer<std::size_t>(t[static_cast<std::size_t>(d)], "an entity count");
+            counts[d] =
+                m_in.integer<std::size_t>(t[static_cast<std::size_t>(d)], "an entity count");
         for (int dim = 0; dim < 4; ++dim) {
             for (std::size_t i = 0; i < counts[dim]; ++i) {
                 const std::size_t coords = dim == 0 ? 3 : 6;
-                auto e = m_in.tokens("an entity of dimension " + std::to_string(dim), 1 + coords + 1);
+                auto e =
+                    m_in.tokens("an entity of dimension " + std::to_string(dim), 1 + coords + 1);
                 int tag = m_in.integer<int>(e[0], "an entity tag");
-                auto nPhys = m_in.integer<std::size_t>(e[1 + coords], "the number of physical tags");
+                auto nPhys =
+                    m_in.integer<std::size_t>(e[1 + coords], "the number of physical tags");
                 if (e.size() < 2 + coords + nPhys)
-                    m_in.fail(m_in.lineNo(), "entity " + std::to_string(tag) + " lists fewer physical tags than its count");
+                    m_in.fail(m_in.lineNo(), "entity " + std::to_string(tag) +
+                                                 " lists fewer physical tags than its count");
                 std::vector<int> phys;
                 for (std::size_t k = 0; k < nPhys; ++k)
-                    phys.push_back(std::abs(m_in.integer<int>(e[2 + coords + k], "a physical tag")));
+                    phys.push_back(
+                        std::abs(m_in.integer<int>(e[2 + coords + k], "a physical tag")));
                 m_entityPhysicals[{dim, tag}] = phys;
             }
         }
@@ -319,7 +334,8 @@ private:
             m_in.fail(line, "node " + std::to_string(tag) + " is defined twice");
     }
 
-    CKQPoint3D readPoint(const std::vector<std::string_view>& t, std::size_t first, std::uint64_t tag) {
+    CKQPoint3D readPoint(const std::vector<std::string_view>& t, std::size_t first,
+                         std::uint64_t tag) {
         const std::string what = "coordinate of node " + std::to_string(tag);
         return {m_in.real(t[first], "the x " + what), m_in.real(t[first + 1], "the y " + what),
                 m_in.real(t[first + 2], "the z " + what)};
@@ -343,14 +359,17 @@ private:
         std::size_t headerLine = m_in.lineNo();
         std::size_t seen = 0;
         for (std::size_t b = 0; b < blocks; ++b) {
-            auto bh = m_in.tokens("a node block: entityDim entityTag parametric numNodesInBlock", 4);
+            auto bh =
+                m_in.tokens("a node block: entityDim entityTag parametric numNodesInBlock", 4);
             int dim = m_in.integer<int>(bh[0], "the entity dimension");
             auto parametric = m_in.integer<int>(bh[2], "the parametric flag");
             auto n = m_in.integer<std::size_t>(bh[3], "the number of nodes in the block");
             std::vector<std::uint64_t> tags(n);
             for (std::size_t i = 0; i < n; ++i)
-                tags[i] = m_in.integer<std::uint64_t>(m_in.tokens("a node tag", 1)[0], "a node tag");
-            const std::size_t values = 3 + (parametric != 0 ? static_cast<std::size_t>(std::max(dim, 0)) : 0);
+                tags[i] =
+                    m_in.integer<std::uint64_t>(m_in.tokens("a node tag", 1)[0], "a node tag");
+            const std::size_t values =
+                3 + (parametric != 0 ? static_cast<std::size_t>(std::max(dim, 0)) : 0);
             for (std::size_t i = 0; i < n; ++i) {
                 auto c = m_in.tokens("the coordinates of node " + std::to_string(tags[i]), values);
                 addNode(tags[i], readPoint(c, 0, tags[i]), m_in.lineNo());
@@ -358,24 +377,27 @@ private:
             seen += n;
         }
         if (seen != total)
-            m_in.fail(headerLine, "$Nodes announces " + std::to_string(total) + " nodes, its blocks hold " +
-                                      std::to_string(seen));
+            m_in.fail(headerLine, "$Nodes announces " + std::to_string(total) +
+                                      " nodes, its blocks hold " + std::to_string(seen));
         m_in.expectEnd("Nodes");
     }
 
-    RawElement element(const std::vector<std::string_view>& t, std::size_t first, std::uint64_t tag, int type,
-                       std::vector<int> physicals, int entity) {
+    RawElement element(const std::vector<std::string_view>& t, std::size_t first, std::uint64_t tag,
+                       int type, std::vector<int> physicals, int entity) {
         const ElementTypeInfo* info = elementType(type);
         if (info == nullptr)
-            m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " has the unknown Gmsh element type " +
+            m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) +
+                                         " has the unknown Gmsh element type " +
                                          std::to_string(type));
         if (t.size() < first + static_cast<std::size_t>(info->nodes))
-            m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " (" + info->name + ") needs " +
-                                         std::to_string(info->nodes) + " node tags, the line has " +
+            m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " (" + info->name +
+                                         ") needs " + std::to_string(info->nodes) +
+                                         " node tags, the line has " +
                                          std::to_string(t.size() - std::min(t.size(), first)));
         RawElement e{tag, type, info->dimension, {}, std::move(physicals), entity, m_in.lineNo()};
         for (int k = 0; k < info->nodes; ++k)
-            e.nodes.push_back(m_in.integer<std::uint64_t>(t[first + static_cast<std::size_t>(k)], "a node tag"));
+            e.nodes.push_back(
+                m_in.integer<std::uint64_t>(t[first + static_cast<std::size_t>(k)], "a node tag"));
         if (!m_elementTags.insert(tag).second)
             m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " is defined twice");
         return e;
@@ -390,7 +412,8 @@ private:
             int type = m_in.integer<int>(e[1], "an element type");
             auto nTags = m_in.integer<std::size_t>(e[2], "the number of element tags");
             if (e.size() < 3 + nTags)
-                m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " lists fewer tags than its count");
+                m_in.fail(m_in.lineNo(),
+                          "element " + std::to_string(tag) + " lists fewer tags than its count");
             std::vector<int> phys;
             int entity = 0;
             if (nTags >= 1) {
@@ -412,7 +435,8 @@ private:
         std::size_t headerLine = m_in.lineNo();
         std::size_t seen = 0;
         for (std::size_t b = 0; b < blocks; ++b) {
-            auto bh = m_in.tokens("an element block: entityDim entityTag elementType numElementsInBlock", 4);
+            auto bh = m_in.tokens(
+                "an element block: entityDim entityTag elementType numElementsInBlock", 4);
             int dim = m_in.integer<int>(bh[0], "the entity dimension");
             int entity = m_in.integer<int>(bh[1], "the entity tag");
             int type = m_in.integer<int>(bh[2], "the element type");
@@ -432,19 +456,25 @@ private:
                     if (dim == 2)
                         m_in.fail(m_in.lineNo(),
                                   id + " in surface " + std::to_string(entity) +
-                                      (phys.empty() ? "" : " (physical surface " + std::to_string(phys.front()) + ", a slab)") +
-                                      "; slabs take 3-node triangles (type 2) and 4-node quadrilaterals (type 3) only");
-                    m_in.fail(m_in.lineNo(), id + " (dimension " + std::to_string(raw.dimension) +
-                                                 ") in a block of the dimension-" + std::to_string(dim) + " entity " +
-                                                 std::to_string(entity) + "; a block holds elements of its entity's dimension");
+                                      (phys.empty()
+                                           ? ""
+                                           : " (physical surface " + std::to_string(phys.front()) +
+                                                 ", a slab)") +
+                                      "; slabs take 3-node triangles (type 2) and 4-node "
+                                      "quadrilaterals (type 3) only");
+                    m_in.fail(m_in.lineNo(),
+                              id + " (dimension " + std::to_string(raw.dimension) +
+                                  ") in a block of the dimension-" + std::to_string(dim) +
+                                  " entity " + std::to_string(entity) +
+                                  "; a block holds elements of its entity's dimension");
                 }
                 m_elements.push_back(std::move(raw));
             }
             seen += n;
         }
         if (seen != total)
-            m_in.fail(headerLine, "$Elements announces " + std::to_string(total) + " elements, its blocks hold " +
-                                      std::to_string(seen));
+            m_in.fail(headerLine, "$Elements announces " + std::to_string(total) +
+                                      " elements, its blocks hold " + std::to_string(seen));
         m_in.expectEnd("Elements");
     }
 
@@ -463,7 +493,8 @@ private:
             const ElementTypeInfo* info = elementType(e.type);
             const std::string id = "element " + std::to_string(e.tag);
             if (e.dimension == 3)
-                m_in.fail(e.line, id + " is a " + info->name + "; a slab model has surface elements only");
+                m_in.fail(e.line,
+                          id + " is a " + info->name + "; a slab model has surface elements only");
             if (e.dimension < 2) {
                 // Lines and points (supports, edges) do not concern the slabs and are left out.
                 // A physical group has one dimension, so the tag of a line names a physical
@@ -474,21 +505,26 @@ private:
                 continue;
             }
             if (e.physicals.empty())
-                m_in.fail(e.line, id + " (surface " + std::to_string(e.entity) +
-                                      ") is in no physical surface; each slab must be a Physical Surface");
+                m_in.fail(e.line,
+                          id + " (surface " + std::to_string(e.entity) +
+                              ") is in no physical surface; each slab must be a Physical Surface");
             if (e.physicals.size() > 1)
                 m_in.fail(e.line, id + " (surface " + std::to_string(e.entity) +
-                                      ") is in more than one physical surface; a surface element belongs to one slab");
+                                      ") is in more than one physical surface; a surface element "
+                                      "belongs to one slab");
             if (e.type != 2 && e.type != 3)
-                m_in.fail(e.line, id + " is a " + info->name + " (Gmsh type " + std::to_string(e.type) +
-                                      "); slabs take 3-node triangles (type 2) and 4-node quadrilaterals (type 3) only");
+                m_in.fail(e.line, id + " is a " + info->name + " (Gmsh type " +
+                                      std::to_string(e.type) +
+                                      "); slabs take 3-node triangles (type 2) and 4-node "
+                                      "quadrilaterals (type 3) only");
             for (std::size_t k = 0; k < e.nodes.size(); ++k) {
                 if (m_nodes.count(e.nodes[k]) == 0)
                     m_in.fail(e.line, id + " references node " + std::to_string(e.nodes[k]) +
                                           ", which $Nodes does not define");
                 for (std::size_t j = 0; j < k; ++j)
                     if (e.nodes[j] == e.nodes[k])
-                        m_in.fail(e.line, id + " uses node " + std::to_string(e.nodes[k]) + " twice");
+                        m_in.fail(e.line,
+                                  id + " uses node " + std::to_string(e.nodes[k]) + " twice");
             }
             bySlab[e.physicals.front()].push_back(&e);
         }
@@ -548,7 +584,7 @@ private:
     bool m_acceptEmpty = false;
     bool m_v4 = false;
     std::string m_version;
-    std::map<std::pair<int, int>, std::string> m_physicalNames;    // (dim, tag) -> name
+    std::map<std::pair<int, int>, std::string> m_physicalNames;        // (dim, tag) -> name
     std::map<std::pair<int, int>, std::vector<int>> m_entityPhysicals; // (dim, entity) -> tags
     std::unordered_map<std::uint64_t, RawNode> m_nodes;
     std::unordered_set<std::uint64_t> m_elementTags;
@@ -563,7 +599,8 @@ ProjectError::ProjectError(std::filesystem::path file, std::size_t line, const s
 
 double Mesh::ElementArea(unsigned long id) const {
     if (id < 1 || id > elements.size())
-        throw std::out_of_range("element id " + std::to_string(id) + " outside 1.." + std::to_string(elements.size()));
+        throw std::out_of_range("element id " + std::to_string(id) + " outside 1.." +
+                                std::to_string(elements.size()));
     const MeshElement& e = elements[id - 1];
     auto p = [&](std::size_t k) { return nodes.at(e.nodes.at(k) - 1).position; };
     if (e.nodes.size() == 3)
@@ -571,9 +608,12 @@ double Mesh::ElementArea(unsigned long id) const {
     return 0.5 * (p(2) - p(0)).Cross(p(3) - p(1)).Length();
 }
 
-Mesh ReadMesh(const std::filesystem::path& mshFile, EmptyMesh empty) { return MshReader(mshFile, empty).read(); }
+Mesh ReadMesh(const std::filesystem::path& mshFile, EmptyMesh empty) {
+    return MshReader(mshFile, empty).read();
+}
 
-std::filesystem::path ProjectFile(const std::filesystem::path& projectPath, const std::string& suffix) {
+std::filesystem::path ProjectFile(const std::filesystem::path& projectPath,
+                                  const std::string& suffix) {
     std::filesystem::path file = projectPath;
     file += suffix;
     return file;
@@ -583,13 +623,15 @@ double Project::SlabThickness(unsigned long slabId) const {
     const SlabData* slab = SlabDataOf(slabId);
     if (slab == nullptr)
         throw std::logic_error("the project " + path.string() + " has no " +
-                               ProjectFile(path, ".toml").filename().string() + ": no slab thickness");
+                               ProjectFile(path, ".toml").filename().string() +
+                               ": no slab thickness");
     return slab->thickness;
 }
 
 const SlabData* Project::SlabDataOf(unsigned long slabId) const {
     if (slabId < 1 || slabId > mesh.slabs.size())
-        throw std::out_of_range("slab id " + std::to_string(slabId) + " outside 1.." + std::to_string(mesh.slabs.size()));
+        throw std::out_of_range("slab id " + std::to_string(slabId) + " outside 1.." +
+                                std::to_string(mesh.slabs.size()));
     if (!data)
         return nullptr;
     int tag = mesh.slabs[slabId - 1].physicalTag;
@@ -619,7 +661,9 @@ Project LoadProject(const std::filesystem::path& projectPath) {
     }
     project.data = ReadProjectData(toml);
     if (project.data->slabs.empty() && !emptyMesh)
-        throw ProjectError(toml, 1, "no [[slab]] entry; each physical surface of the mesh needs one with its tag and thickness");
+        throw ProjectError(toml, 1,
+                           "no [[slab]] entry; each physical surface of the mesh needs one with "
+                           "its tag and thickness");
     std::set<int> meshTags;
     for (const MeshSlab& s : project.mesh.slabs)
         meshTags.insert(s.physicalTag);
@@ -628,16 +672,18 @@ Project LoadProject(const std::filesystem::path& projectPath) {
         tomlTags.insert(s.tag);
         if (meshTags.count(s.tag) == 0)
             throw ProjectError(toml, s.line,
-                               "slab with tag " + std::to_string(s.tag) + " has no physical surface " +
-                                   std::to_string(s.tag) + " in " + ProjectFile(projectPath, ".msh").filename().string());
+                               "slab with tag " + std::to_string(s.tag) +
+                                   " has no physical surface " + std::to_string(s.tag) + " in " +
+                                   ProjectFile(projectPath, ".msh").filename().string());
     }
     for (const MeshSlab& s : project.mesh.slabs)
         if (tomlTags.count(s.physicalTag) == 0)
-            throw ProjectError(toml, 0,
-                               "physical surface " + std::to_string(s.physicalTag) +
-                                   (s.physicalName.empty() ? "" : " (\"" + s.physicalName + "\")") + " of " +
-                                   ProjectFile(projectPath, ".msh").filename().string() +
-                                   " has no [[slab]] entry with tag = " + std::to_string(s.physicalTag));
+            throw ProjectError(
+                toml, 0,
+                "physical surface " + std::to_string(s.physicalTag) +
+                    (s.physicalName.empty() ? "" : " (\"" + s.physicalName + "\")") + " of " +
+                    ProjectFile(projectPath, ".msh").filename().string() +
+                    " has no [[slab]] entry with tag = " + std::to_string(s.physicalTag));
     return project;
 }
 
@@ -678,7 +724,8 @@ void WriteMesh(const Mesh& mesh, const std::filesystem::path& mshFile, MshVersio
         out << "$EndNodes\n$Elements\n" << mesh.elements.size() << "\n";
         for (std::size_t i = 0; i < mesh.elements.size(); ++i) {
             const MeshElement& e = mesh.elements[i];
-            out << i + 1 << ' ' << e.gmshType << " 2 " << mesh.slabs.at(e.slab - 1).physicalTag << ' ' << e.slab;
+            out << i + 1 << ' ' << e.gmshType << " 2 " << mesh.slabs.at(e.slab - 1).physicalTag
+                << ' ' << e.slab;
             for (unsigned long n : e.nodes)
                 out << ' ' << n;
             out << "\n";
@@ -708,11 +755,13 @@ void WriteMesh(const Mesh& mesh, const std::filesystem::path& mshFile, MshVersio
         out << "$Entities\n0 0 " << mesh.slabs.size() << " 0\n";
         for (std::size_t s = 0; s < mesh.slabs.size(); ++s) {
             const Box& b = boxes[s];
-            out << s + 1 << ' ' << b.lo[0] << ' ' << b.lo[1] << ' ' << b.lo[2] << ' ' << b.hi[0] << ' ' << b.hi[1]
-                << ' ' << b.hi[2] << " 1 " << mesh.slabs[s].physicalTag << " 0\n";
+            out << s + 1 << ' ' << b.lo[0] << ' ' << b.lo[1] << ' ' << b.lo[2] << ' ' << b.hi[0]
+                << ' ' << b.hi[1] << ' ' << b.hi[2] << " 1 " << mesh.slabs[s].physicalTag << " 0\n";
         }
         out << "$EndEntities\n";
-        out << "$Nodes\n" << mesh.slabs.size() << ' ' << nNodes << ' ' << (nNodes > 0 ? 1 : 0) << ' ' << nNodes << "\n";
+        out << "$Nodes\n"
+            << mesh.slabs.size() << ' ' << nNodes << ' ' << (nNodes > 0 ? 1 : 0) << ' ' << nNodes
+            << "\n";
         for (std::size_t s = 0; s < mesh.slabs.size(); ++s) {
             std::vector<std::size_t> mine;
             for (std::size_t i = 0; i < nNodes; ++i)
@@ -738,7 +787,8 @@ void WriteMesh(const Mesh& mesh, const std::filesystem::path& mshFile, MshVersio
                     blocks.emplace_back(s, type);
             }
         const std::size_t nElements = mesh.elements.size();
-        out << "$Elements\n" << blocks.size() << ' ' << nElements << ' ' << (nElements > 0 ? 1 : 0) << ' '
+        out << "$Elements\n"
+            << blocks.size() << ' ' << nElements << ' ' << (nElements > 0 ? 1 : 0) << ' '
             << nElements << "\n";
         for (const auto& [s, type] : blocks) {
             const MeshSlab& slab = mesh.slabs[s];

@@ -41,22 +41,22 @@ struct MeshNode {
 
 struct MeshElement {
     std::uint64_t gmshTag = 0;
-    int gmshType = 0;                  // 2 = 3-node triangle, 3 = 4-node quadrilateral
-    std::vector<unsigned long> nodes;  // one-based project node ids, in Gmsh's node order
-    unsigned long slab = 0;            // one-based slab id
+    int gmshType = 0;                 // 2 = 3-node triangle, 3 = 4-node quadrilateral
+    std::vector<unsigned long> nodes; // one-based project node ids, in Gmsh's node order
+    unsigned long slab = 0;           // one-based slab id
 };
 
 struct MeshSlab {
     int physicalTag = 0;
-    std::string physicalName;          // from $PhysicalNames, "" when none
-    unsigned long firstElement = 0;    // one-based id of its first element
+    std::string physicalName;       // from $PhysicalNames, "" when none
+    unsigned long firstElement = 0; // one-based id of its first element
     unsigned long elementCount = 0;
 };
 
 // The mesh in project numbering: nodes[i] is node i+1, elements[i] element i+1, slabs[i] slab
 // i+1.
 struct Mesh {
-    std::string formatVersion;         // "4.1" or "2.2", as read
+    std::string formatVersion; // "4.1" or "2.2", as read
     std::vector<MeshNode> nodes;
     std::vector<MeshElement> elements;
     std::vector<MeshSlab> slabs;
@@ -82,15 +82,15 @@ enum class EmptyMesh { Refuse, Accept };
 Mesh ReadMesh(const std::filesystem::path& mshFile, EmptyMesh empty = EmptyMesh::Refuse);
 
 struct SlabData {
-    int tag = 0;                       // physical surface tag in P.msh
+    int tag = 0; // physical surface tag in P.msh
     std::string name;
     double thickness = 0.0;
-    std::size_t line = 0;              // where it was defined in P.toml
+    std::size_t line = 0; // where it was defined in P.toml
 };
 
 struct LoadCaseData {
-    long id = 0;                       // the host's load-case identifier
-    long index = 0;                    // one-based: selects P.STRINTG0001 ...
+    long id = 0;    // the host's load-case identifier
+    long index = 0; // one-based: selects P.STRINTG0001 ...
     bool valid = true;
     std::string name;
     std::size_t line = 0;
@@ -98,7 +98,7 @@ struct LoadCaseData {
 
 struct ProjectData {
     std::string title;
-    std::vector<SlabData> slabs;       // in file order
+    std::vector<SlabData> slabs; // in file order
     std::vector<LoadCaseData> loadCases;
 };
 
@@ -110,9 +110,9 @@ ProjectData ReadProjectData(const std::filesystem::path& tomlFile);
 
 // P.msh and P.toml together; the slabs of P.toml must be exactly the physical surfaces.
 struct Project {
-    std::filesystem::path path;        // P, without extension
+    std::filesystem::path path; // P, without extension
     Mesh mesh;
-    std::optional<ProjectData> data;   // empty when P.toml does not exist
+    std::optional<ProjectData> data; // empty when P.toml does not exist
 
     // Thickness of slab id (one-based); std::logic_error without P.toml.
     double SlabThickness(unsigned long slabId) const;
@@ -121,7 +121,8 @@ struct Project {
 };
 
 // P + suffix, e.g. ProjectFile(P, ".msh").
-std::filesystem::path ProjectFile(const std::filesystem::path& projectPath, const std::string& suffix);
+std::filesystem::path ProjectFile(const std::filesystem::path& projectPath,
+                                  const std::string& suffix);
 
 // Reads P.msh and, when it exists, P.toml, and checks that every physical surface has a slab
 // entry and the reverse. A P.msh without elements and physical surfaces together with a P.toml

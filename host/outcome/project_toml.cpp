@@ -21,17 +21,20 @@ public:
         throw ProjectError(m_file, line, message);
     }
 
-    void checkKeys(const toml::table& table, const std::set<std::string>& allowed, const std::string& where) const {
+    void checkKeys(const toml::table& table, const std::set<std::string>& allowed,
+                   const std::string& where) const {
         for (const auto& [key, value] : table)
             if (allowed.count(std::string(key.str())) == 0) {
                 std::string list;
                 for (const std::string& a : allowed)
                     list += (list.empty() ? "" : ", ") + a;
-                fail(value, "unknown key \"" + std::string(key.str()) + "\" in " + where + " (expected " + list + ")");
+                fail(value, "unknown key \"" + std::string(key.str()) + "\" in " + where +
+                                " (expected " + list + ")");
             }
     }
 
-    std::int64_t integer(const toml::table& table, const char* key, const std::string& where) const {
+    std::int64_t integer(const toml::table& table, const char* key,
+                         const std::string& where) const {
         const toml::node* node = table.get(key);
         if (node == nullptr)
             fail(table, where + " has no " + key + " (an integer)");
@@ -88,17 +91,20 @@ private:
             slab.line = line;
             std::int64_t tag = integer(t, "tag", where);
             if (tag < 1 || tag > INT32_MAX)
-                fail(*t.get("tag"), "tag of " + where + " must be a physical surface tag (1 or more)");
+                fail(*t.get("tag"),
+                     "tag of " + where + " must be a physical surface tag (1 or more)");
             slab.tag = static_cast<int>(tag);
             const toml::node* thickness = t.get("thickness");
             if (thickness == nullptr)
                 fail(t, where + " (tag " + std::to_string(slab.tag) + ") has no thickness");
             auto value = thickness->value<double>(); // an integer thickness is fine too
             if (!value || !(thickness->is_floating_point() || thickness->is_integer()))
-                fail(*thickness, "thickness of slab " + std::to_string(slab.tag) + " must be a number");
+                fail(*thickness,
+                     "thickness of slab " + std::to_string(slab.tag) + " must be a number");
             if (!std::isfinite(*value) || *value <= 0.0)
                 fail(*thickness, "thickness of slab " + std::to_string(slab.tag) +
-                                     " must be a positive finite number, found " + std::to_string(*value));
+                                     " must be a positive finite number, found " +
+                                     std::to_string(*value));
             slab.thickness = *value;
             if (const toml::node* name = t.get("name")) {
                 auto text = name->value_exact<std::string>();
@@ -107,8 +113,9 @@ private:
                 slab.name = *text;
             }
             if (auto [it, fresh] = seen.emplace(slab.tag, line); !fresh)
-                fail(line, "slab tag " + std::to_string(slab.tag) + " is given twice (first at line " +
-                               std::to_string(it->second) + ")");
+                fail(line, "slab tag " + std::to_string(slab.tag) +
+                               " is given twice (first at line " + std::to_string(it->second) +
+                               ")");
             data.slabs.push_back(std::move(slab));
         }
     }
@@ -129,13 +136,15 @@ private:
             lc.id = static_cast<long>(integer(t, "id", where));
             std::int64_t index = integer(t, "index", where);
             if (index < 1 || index > INT32_MAX)
-                fail(*t.get("index"), "index of load case " + std::to_string(lc.id) +
-                                          " must be 1 or more (it numbers the STRINTG files from 0001)");
+                fail(*t.get("index"),
+                     "index of load case " + std::to_string(lc.id) +
+                         " must be 1 or more (it numbers the STRINTG files from 0001)");
             lc.index = static_cast<long>(index);
             if (const toml::node* valid = t.get("valid")) {
                 auto flag = valid->value_exact<bool>();
                 if (!flag)
-                    fail(*valid, "valid of load case " + std::to_string(lc.id) + " must be true or false");
+                    fail(*valid,
+                         "valid of load case " + std::to_string(lc.id) + " must be true or false");
                 lc.valid = *flag;
             }
             if (const toml::node* name = t.get("name")) {
@@ -145,11 +154,13 @@ private:
                 lc.name = *text;
             }
             if (auto [it, fresh] = ids.emplace(lc.id, line); !fresh)
-                fail(line, "load case id " + std::to_string(lc.id) + " is given twice (first at line " +
-                               std::to_string(it->second) + ")");
+                fail(line, "load case id " + std::to_string(lc.id) +
+                               " is given twice (first at line " + std::to_string(it->second) +
+                               ")");
             if (auto [it, fresh] = indices.emplace(lc.index, line); !fresh)
-                fail(line, "load case index " + std::to_string(lc.index) + " is given twice (first at line " +
-                               std::to_string(it->second) + ")");
+                fail(line, "load case index " + std::to_string(lc.index) +
+                               " is given twice (first at line " + std::to_string(it->second) +
+                               ")");
             data.loadCases.push_back(std::move(lc));
         }
     }

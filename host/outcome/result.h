@@ -14,7 +14,8 @@ public:
 
     CKQ_Result() = default;
     // A table with one row per entry of elementIds and `columns` value columns, all NaN.
-    CKQ_Result(const CKQ_ResultKey& key, std::vector<unsigned long> elementIds, unsigned long columns = 0);
+    CKQ_Result(const CKQ_ResultKey& key, std::vector<unsigned long> elementIds,
+               unsigned long columns = 0);
 
     const CKQ_ResultKey& GetKey() const { return m_key; }
 

@@ -17,10 +17,13 @@ host::outcome::InitFaultHook currentInitFaultHook() {
     return g_initFaultHook;
 }
 
-std::logic_error notOpen() { return std::logic_error("the result store has not been opened (Init)"); }
+std::logic_error notOpen() {
+    return std::logic_error("the result store has not been opened (Init)");
+}
 
 // The solver link of a project: slabs 1..S with their physical tags, and the load cases.
-CKQ_SolverLinkMock makeLink(const host::outcome::Mesh& mesh, const host::outcome::ProjectData& data) {
+CKQ_SolverLinkMock makeLink(const host::outcome::Mesh& mesh,
+                            const host::outcome::ProjectData& data) {
     CKQ_SolverLinkMock link;
     for (std::size_t s = 0; s < mesh.slabs.size(); ++s)
         link.AddSlab(static_cast<long>(s + 1), mesh.slabs[s].physicalTag);
@@ -71,8 +74,8 @@ void writeLinkToml(const std::filesystem::path& file, const host::outcome::Proje
     for (const auto& [id, index] : link.GetLoadCasesIDs())
         byIndex[index] = id;
     for (const auto& [index, id] : byIndex) {
-        out << "\n[[load_case]]\nid = " << id << "\nindex = " << index
-            << "\nvalid = " << (link.IsLoadCaseValid(static_cast<unsigned long>(index)) ? "true" : "false") << "\n";
+        out << "\n[[load_case]]\nid = " << id << "\nindex = " << index << "\nvalid = "
+            << (link.IsLoadCaseValid(static_cast<unsigned long>(index)) ? "true" : "false") << "\n";
         if (project.data)
             for (const auto& lc : project.data->loadCases)
                 if (lc.id == id && !lc.name.empty())
@@ -90,7 +93,8 @@ void CKQ_FemResultsAPI::SetSource(const CString& projectPath, unsigned char sour
     m_sourceFlag = sourceFlag;
 }
 
-int CKQ_FemResultsAPI::Init(Outcome64Enums::eSolverType solverType, Outcome64Enums::eModelType, bool, long) {
+int CKQ_FemResultsAPI::Init(Outcome64Enums::eSolverType solverType, Outcome64Enums::eModelType,
+                            bool, long) {
     m_project.reset();
     m_solverLink.reset();
     m_lastError.Empty();
@@ -117,8 +121,9 @@ int CKQ_FemResultsAPI::Init(Outcome64Enums::eSolverType solverType, Outcome64Enu
         if (project->data)
             m_solverLink = makeLink(project->mesh, *project->data);
         else
-            m_lastError = CString(host::outcome::ProjectFile(path, ".toml").string() +
-                                  ": does not exist, so the project has no solver data (slabs, load cases)");
+            m_lastError =
+                CString(host::outcome::ProjectFile(path, ".toml").string() +
+                        ": does not exist, so the project has no solver data (slabs, load cases)");
         m_project = std::move(project);
         return eIR_OK;
     } catch (const host::outcome::ProjectError& e) {
@@ -148,30 +153,35 @@ unsigned long CKQ_FemResultsAPI::GetNoOfElements() const {
 CKQPoint3D CKQ_FemResultsAPI::NodeCoords(unsigned long id) const {
     const auto& nodes = GetProject().mesh.nodes;
     if (id < 1 || id > nodes.size())
-        throw std::out_of_range("node id " + std::to_string(id) + " outside 1.." + std::to_string(nodes.size()));
+        throw std::out_of_range("node id " + std::to_string(id) + " outside 1.." +
+                                std::to_string(nodes.size()));
     return nodes[id - 1].position;
 }
 
 const host::outcome::MeshElement& CKQ_FemResultsAPI::Element(unsigned long id) const {
     const auto& elements = GetProject().mesh.elements;
     if (id < 1 || id > elements.size())
-        throw std::out_of_range("element id " + std::to_string(id) + " outside 1.." + std::to_string(elements.size()));
+        throw std::out_of_range("element id " + std::to_string(id) + " outside 1.." +
+                                std::to_string(elements.size()));
     return elements[id - 1];
 }
 
 void CKQ_FemResultsAPI::GetNodesOnElement(Outcome64Enums::eDimension dimension, unsigned long id,
                                           std::vector<unsigned long>& nodes) const {
     if (dimension != Outcome64Enums::eDim_Surface)
-        throw std::invalid_argument("the mesh has surface elements only (dimension 2), not dimension " +
-                                    std::to_string(static_cast<int>(dimension)));
+        throw std::invalid_argument(
+            "the mesh has surface elements only (dimension 2), not dimension " +
+            std::to_string(static_cast<int>(dimension)));
     const auto& element = Element(id);
     nodes.assign(element.nodes.begin(), element.nodes.end());
 }
 
-unsigned long CKQ_FemResultsAPI::GetElementsOnSlab(unsigned long slabId, unsigned long& count) const {
+unsigned long CKQ_FemResultsAPI::GetElementsOnSlab(unsigned long slabId,
+                                                   unsigned long& count) const {
     const auto& slabs = GetProject().mesh.slabs;
     if (slabId < 1 || slabId > slabs.size())
-        throw std::out_of_range("slab id " + std::to_string(slabId) + " outside 1.." + std::to_string(slabs.size()));
+        throw std::out_of_range("slab id " + std::to_string(slabId) + " outside 1.." +
+                                std::to_string(slabs.size()));
     count = slabs[slabId - 1].elementCount;
     return slabs[slabId - 1].firstElement;
 }
@@ -200,7 +210,9 @@ int CKQ_FemResultsAPI::SaveResult(const std::shared_ptr<CKQ_Result>& result, boo
     return store.Save(*result, replace) ? 1 : 0;
 }
 
-CKQ_SolverLinkMock* CKQ_ResultsAPI::GetSolverLink() { return m_solverLink ? &*m_solverLink : nullptr; }
+CKQ_SolverLinkMock* CKQ_ResultsAPI::GetSolverLink() {
+    return m_solverLink ? &*m_solverLink : nullptr;
+}
 
 const CKQ_SolverLinkMock* CKQ_ResultsAPI::GetSolverLinkReadOnly() const {
     return m_solverLink ? &*m_solverLink : nullptr;
@@ -212,8 +224,9 @@ int CKQ_ResultsAPI::SerializeSolverLink(int direction, std::wstring file) {
     const auto& project = GetProject();
     try {
         if (direction == 0) {
-            std::filesystem::path source =
-                file.empty() ? host::outcome::ProjectFile(project.path, ".toml") : CString(file).ToPath();
+            std::filesystem::path source = file.empty()
+                                               ? host::outcome::ProjectFile(project.path, ".toml")
+                                               : CString(file).ToPath();
             host::outcome::ProjectData data = host::outcome::ReadProjectData(source);
             m_solverLink = makeLink(project.mesh, data);
             return 1;
@@ -229,9 +242,11 @@ int CKQ_ResultsAPI::SerializeSolverLink(int direction, std::wstring file) {
 std::shared_ptr<CKQ_Result> CKQ_ResultsAPI::GetResultTable(const CKQ_ResultKey& key) {
     const CKQ_DsObject& object = key.GetDsObject();
     if (object.GetType() != Outcome64Enums::eDs_Slab)
-        throw std::invalid_argument("result tables are kept per slab; the key names " + key.ToString());
+        throw std::invalid_argument("result tables are kept per slab; the key names " +
+                                    key.ToString());
     unsigned long count = 0;
-    unsigned long first = GetElementsOnSlab(static_cast<unsigned long>(std::max(object.GetID(), 0)), count);
+    unsigned long first =
+        GetElementsOnSlab(static_cast<unsigned long>(std::max(object.GetID(), 0)), count);
     std::error_code ec;
     if (std::filesystem::exists(GarPath(), ec)) {
         host::outcome::GarStore store(GarPath(), false);
@@ -249,8 +264,8 @@ std::shared_ptr<CKQ_Result> CKQ_ResultsAPI::GetResultTable(const CKQ_ResultKey& 
     return std::make_shared<CKQ_Result>(key, std::move(ids));
 }
 
-int CKQ_ResultsAPI::GetFemMeshElementIndex(CKQ_Result& result, unsigned long row, unsigned long& element,
-                                           unsigned long& extra) const {
+int CKQ_ResultsAPI::GetFemMeshElementIndex(CKQ_Result& result, unsigned long row,
+                                           unsigned long& element, unsigned long& extra) const {
     element = 0;
     extra = static_cast<unsigned long>(std::max(result.GetKey().GetDsObject().GetID(), 0));
     if (row >= result.GetCountOfRows())

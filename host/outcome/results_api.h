@@ -28,10 +28,10 @@ public:
     // Init's answers.
     enum eInitResult : int {
         eIR_OK = 0,
-        eIR_NoSource = 1,            // SetSource was not called, or with an empty path
-        eIR_MeshNotFound = 2,        // P.msh does not exist
-        eIR_MeshInvalid = 3,         // P.msh cannot be read (see GetLastErrorMessage)
-        eIR_ProjectDataInvalid = 4,  // P.toml cannot be read, or does not match P.msh
+        eIR_NoSource = 1,           // SetSource was not called, or with an empty path
+        eIR_MeshNotFound = 2,       // P.msh does not exist
+        eIR_MeshInvalid = 3,        // P.msh cannot be read (see GetLastErrorMessage)
+        eIR_ProjectDataInvalid = 4, // P.toml cannot be read, or does not match P.msh
     };
 
     CKQ_FemResultsAPI() = default;
@@ -50,7 +50,8 @@ public:
                      bool flag, long reserved);
 
     // P: the absolute project path without extension.
-    virtual CString GetProjectNameWithPath(Outcome64Enums::eModelType modelType, long reserved) const;
+    virtual CString GetProjectNameWithPath(Outcome64Enums::eModelType modelType,
+                                           long reserved) const;
 
     virtual unsigned long GetNoOfNodes() const;
     virtual CKQPoint3D NodeCoords(unsigned long id) const;
@@ -117,8 +118,8 @@ public:
     // The one-based element id of a row in `element` (0 for a row without element) and the
     // id of the table's slab in `extra`; returns 1 when the row has an element, 0 otherwise
     // (also for a row outside the table).
-    virtual int GetFemMeshElementIndex(CKQ_Result& result, unsigned long row, unsigned long& element,
-                                       unsigned long& extra) const;
+    virtual int GetFemMeshElementIndex(CKQ_Result& result, unsigned long row,
+                                       unsigned long& element, unsigned long& extra) const;
 
     // Every result stored in P.GAR (empty when there is no P.GAR), and one of them.
     std::vector<CKQ_ResultKey> GetStoredResultKeys() const;
@@ -138,7 +139,8 @@ InitFaultHook SetInitFaultHook(InitFaultHook hook);
 // Installs an Init fault hook for the lifetime of the object and puts the previous one back.
 class ScopedInitFaultHook {
 public:
-    explicit ScopedInitFaultHook(InitFaultHook hook) : m_previous(SetInitFaultHook(std::move(hook))) {}
+    explicit ScopedInitFaultHook(InitFaultHook hook)
+        : m_previous(SetInitFaultHook(std::move(hook))) {}
     ~ScopedInitFaultHook() { SetInitFaultHook(std::move(m_previous)); }
     ScopedInitFaultHook(const ScopedInitFaultHook&) = delete;
     ScopedInitFaultHook& operator=(const ScopedInitFaultHook&) = delete;

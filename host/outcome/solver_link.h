@@ -30,7 +30,9 @@ public:
     std::size_t GetCount() const { return size(); }
     void Add(long id, long value) { insert(id, value); }
 
-    friend bool operator==(const CKQ_IDsMultiMap& a, const CKQ_IDsMultiMap& b) { return a.m_map == b.m_map; }
+    friend bool operator==(const CKQ_IDsMultiMap& a, const CKQ_IDsMultiMap& b) {
+        return a.m_map == b.m_map;
+    }
 
 private:
     Map m_map;
@@ -44,7 +46,9 @@ public:
     CKQ_IDsMultiMap& GetSlabsIDs() { return m_slabs; }
     const CKQ_IDsMultiMap& GetSlabsIDs() const { return m_slabs; }
 
-    unsigned long GetCountOfLoadCases() const { return static_cast<unsigned long>(m_loadCases.size()); }
+    unsigned long GetCountOfLoadCases() const {
+        return static_cast<unsigned long>(m_loadCases.size());
+    }
     // Load case id -> one-based load case index (the STRINTG file number).
     const std::unordered_map<long, long>& GetLoadCasesIDs() const { return m_loadCases; }
     // Whether the load case of that one-based index has valid results; false for an index no

@@ -49,7 +49,11 @@ public:
     constexpr double X() const { return x; }
     constexpr double Y() const { return y; }
     constexpr double Z() const { return z; }
-    constexpr void Set(double px, double py, double pz) { x = px; y = py; z = pz; }
+    constexpr void Set(double px, double py, double pz) {
+        x = px;
+        y = py;
+        z = pz;
+    }
     double Distance(const CKQPoint3D& o) const;
 
     friend constexpr CKQVector3D operator-(const CKQPoint3D& a, const CKQPoint3D& b) {

@@ -28,10 +28,14 @@ FILE* streamOf(HANDLE h, int& fd) {
 
 HANDLE GetStdHandle(DWORD nStdHandle) {
     switch (nStdHandle) {
-    case STD_INPUT_HANDLE: return pseudoHandle(STDIN_FILENO);
-    case STD_OUTPUT_HANDLE: return pseudoHandle(STDOUT_FILENO);
-    case STD_ERROR_HANDLE: return pseudoHandle(STDERR_FILENO);
-    default: return INVALID_HANDLE_VALUE;
+    case STD_INPUT_HANDLE:
+        return pseudoHandle(STDIN_FILENO);
+    case STD_OUTPUT_HANDLE:
+        return pseudoHandle(STDOUT_FILENO);
+    case STD_ERROR_HANDLE:
+        return pseudoHandle(STDERR_FILENO);
+    default:
+        return INVALID_HANDLE_VALUE;
     }
 }
 
@@ -59,5 +63,7 @@ const char* AnsiSequenceForAttribute(WORD attributes) {
     return (attributes & FOREGROUND_INTENSITY) ? bright[colour] : normal[colour];
 }
 
-void SetConsoleTerminalOverride(std::optional<bool> isTerminal) { g_terminalOverride = isTerminal; }
+void SetConsoleTerminalOverride(std::optional<bool> isTerminal) {
+    g_terminalOverride = isTerminal;
+}
 } // namespace host::win32

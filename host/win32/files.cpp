@@ -42,18 +42,25 @@ DWORD Win32ErrorFromErrno(int error, const std::filesystem::path& path) {
             return ERROR_PATH_NOT_FOUND;
         return ERROR_FILE_NOT_FOUND;
     }
-    case ENOTDIR: return ERROR_PATH_NOT_FOUND;
+    case ENOTDIR:
+        return ERROR_PATH_NOT_FOUND;
     case EACCES:
     case EPERM:
     case EISDIR:
-    case EROFS: return ERROR_ACCESS_DENIED;
+    case EROFS:
+        return ERROR_ACCESS_DENIED;
     case EBUSY:
-    case ETXTBSY: return ERROR_SHARING_VIOLATION;
-    case EEXIST: return ERROR_FILE_EXISTS;
-    case ENOSPC: return ERROR_DISK_FULL;
+    case ETXTBSY:
+        return ERROR_SHARING_VIOLATION;
+    case EEXIST:
+        return ERROR_FILE_EXISTS;
+    case ENOSPC:
+        return ERROR_DISK_FULL;
     case EINVAL:
-    case ENAMETOOLONG: return ERROR_INVALID_PARAMETER;
-    default: return ERROR_GEN_FAILURE;
+    case ENAMETOOLONG:
+        return ERROR_INVALID_PARAMETER;
+    default:
+        return ERROR_GEN_FAILURE;
     }
 }
 
@@ -109,9 +116,10 @@ BOOL CopyFileW(LPCWSTR lpExistingFileName, LPCWSTR lpNewFileName, BOOL bFailIfEx
     auto options = bFailIfExists ? std::filesystem::copy_options::none
                                  : std::filesystem::copy_options::overwrite_existing;
     if (!std::filesystem::copy_file(from, to, options, ec)) {
-        int error = ec.category() == std::generic_category() || ec.category() == std::system_category()
-                        ? ec.value()
-                        : EIO;
+        int error =
+            ec.category() == std::generic_category() || ec.category() == std::system_category()
+                ? ec.value()
+                : EIO;
         // A missing target folder shows as ENOENT of the target, not of the source.
         return fail(host::win32::Win32ErrorFromErrno(error, to));
     }
@@ -140,9 +148,13 @@ DWORD GetFileAttributesW(LPCWSTR lpFileName) {
     return FILE_ATTRIBUTE_NORMAL;
 }
 
-DWORD GetLastError() { return t_lastError; }
+DWORD GetLastError() {
+    return t_lastError;
+}
 
-void SetLastError(DWORD dwErrCode) { t_lastError = dwErrCode; }
+void SetLastError(DWORD dwErrCode) {
+    t_lastError = dwErrCode;
+}
 
 BOOL SwitchToThread() {
     ::sched_yield();

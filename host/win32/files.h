@@ -67,7 +67,8 @@ SwitchToThreadHook SetSwitchToThreadHook(SwitchToThreadHook hook);
 // Installs a fault hook for the lifetime of the object and puts the previous one back.
 class ScopedFileFaultHook {
 public:
-    explicit ScopedFileFaultHook(FileFaultHook hook) : m_previous(SetFileFaultHook(std::move(hook))) {}
+    explicit ScopedFileFaultHook(FileFaultHook hook)
+        : m_previous(SetFileFaultHook(std::move(hook))) {}
     ~ScopedFileFaultHook() { SetFileFaultHook(std::move(m_previous)); }
     ScopedFileFaultHook(const ScopedFileFaultHook&) = delete;
     ScopedFileFaultHook& operator=(const ScopedFileFaultHook&) = delete;

@@ -1,3 +1,4 @@
+#include "tests/support/near.h"
 #pragma once
 // A test double of IAdaptivityResultsAPI (gmock) and small in-memory models it can serve, so
 // that the estimator bridge and the run driver can be tested without a project on disk.
@@ -276,12 +277,4 @@ inline void LetEngineBeDestroyed(meerspace::MEER& engine) {
                 new meerspace::VectoR*[static_cast<std::size_t>(engine.n_regions)]();
 }
 
-// Mixed absolute/relative comparison that shows both values.
-inline testing::AssertionResult Near(double expected, double actual, double abs = 1e-12,
-                                     double rel = 1e-9) {
-    const double diff = std::fabs(expected - actual);
-    if (diff <= abs || diff <= rel * std::max(std::fabs(expected), std::fabs(actual)))
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure()
-           << "expected " << expected << ", got " << actual << " (difference " << diff << ")";
-}
+using slabadapt::test::Near;

@@ -18,7 +18,9 @@ using slabadapt::test::WriteBytes;
 
 struct CAdaptivityResultsAPIImplTestAccess {
     static CKQ_ResultsAPI& Store(CAdaptivityResultsAPIImpl& api) { return api.m_ResultsAPI; }
-    static CAdaptiveMeshData& MeshData(CAdaptivityResultsAPIImpl& api) { return api.m_AdaptiveMeshData; }
+    static CAdaptiveMeshData& MeshData(CAdaptivityResultsAPIImpl& api) {
+        return api.m_AdaptiveMeshData;
+    }
 };
 using ApiAccess = CAdaptivityResultsAPIImplTestAccess;
 
@@ -29,12 +31,14 @@ constexpr auto c_forces = static_cast<Outcome64Enums::eIntegrationPointDataType>
 constexpr auto c_deformations = static_cast<Outcome64Enums::eIntegrationPointDataType>(1);
 
 // {AC98000C-E79E-4365-877E-0A3F95AA42F4}
-constexpr GUID c_resultType = {0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
+constexpr GUID c_resultType = {
+    0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
 
 CKQ_ResultKey KeyOf(int slab, int resultCase) {
     using namespace Outcome64Enums;
-    return CKQ_ResultKey(c_resultType, CKQ_DsObject(eDs_Slab, slab), CResultCase(eDs_LoadCase, resultCase, 0, false),
-                         0, static_cast<eCoordSystem>(1), static_cast<eResLocation>(0),
+    return CKQ_ResultKey(c_resultType, CKQ_DsObject(eDs_Slab, slab),
+                         CResultCase(eDs_LoadCase, resultCase, 0, false), 0,
+                         static_cast<eCoordSystem>(1), static_cast<eResLocation>(0),
                          static_cast<eEnvelopeExtreme>(0));
 }
 
@@ -287,7 +291,9 @@ TEST_F(GridProject, PrepareReadsTheIndexedFilesOfTheProject) {
     std::string text = "t\nt\n" + header + "\nu\n";
     for (int e = 1; e <= 7; ++e)
         for (int p = 1; p <= (e >= 6 ? 3 : 4); ++p)
-            text += slabadapt::test::RecordLine(e, p, std::vector<double>{e + 0.1 * p, 10.0 * e, -1.0 * e}) + "\n";
+            text += slabadapt::test::RecordLine(
+                        e, p, std::vector<double>{e + 0.1 * p, 10.0 * e, -1.0 * e}) +
+                    "\n";
     WriteBytes(dir / "grid.STRINTG0012", text);
     EXPECT_FALSE(api.PrepareAdaptiveMeshData({1}));
     ASSERT_TRUE(api.PrepareAdaptiveMeshData({12, 12}));
@@ -296,7 +302,8 @@ TEST_F(GridProject, PrepareReadsTheIndexedFilesOfTheProject) {
     EXPECT_EQ(static_cast<int>(api.GetElementType(4)), 1);
     EXPECT_EQ(static_cast<int>(api.GetElementType(5)), 0);
     EXPECT_EQ(api.GetIntegrationPointWeight(0, 0), 1.0);
-    EXPECT_EQ(api.GetIntegrationPointWeight(6, 2), CAdaptiveMeshData::c_dWeightOfIntPointOnTriangle);
+    EXPECT_EQ(api.GetIntegrationPointWeight(6, 2),
+              CAdaptiveMeshData::c_dWeightOfIntPointOnTriangle);
     EXPECT_EQ(api.GetIntegrationPointGlobalCoords(2, 1).X(), 3.2);
     EXPECT_EQ(api.GetIntegrationPointLocalCoords(5, 1), CKQPoint3D(2.0 / 3, 1.0 / 6, 1.0 / 6));
     double values[8];
@@ -311,7 +318,8 @@ TEST_F(GridProject, PrepareReadsTheIndexedFilesOfTheProject) {
 
 TEST_F(GridProject, CoordinateGettersReturnCopies) {
     WriteBytes(dir / "grid.STRINTG0001",
-               slabadapt::test::StrintgText({"igx", "igy"}, {slabadapt::test::RecordLine(1, 1, std::vector<double>{1, 2})}));
+               slabadapt::test::StrintgText(
+                   {"igx", "igy"}, {slabadapt::test::RecordLine(1, 1, std::vector<double>{1, 2})}));
     ASSERT_TRUE(api.PrepareAdaptiveMeshData({1}));
     static_assert(std::is_same_v<decltype(api.GetIntegrationPointGlobalCoords(0, 0)), CKQPoint3D>);
     static_assert(std::is_same_v<decltype(api.GetIntegrationPointLocalCoords(0, 0)), CKQPoint3D>);
@@ -347,8 +355,10 @@ TEST_F(GridProject, StoredResultReadsBackFromGar) {
         ASSERT_EQ(table->GetCountOfRows(), slab == 1 ? 3u : 4u);
         for (unsigned long row = 0; row < table->GetCountOfRows(); ++row, ++element) {
             EXPECT_EQ(table->GetElementId(row), element + 1);
-            EXPECT_TRUE(Near(table->GetValue(0, row), global[element] / 100)) << "element " << element;
-            EXPECT_TRUE(Near(table->GetValue(1, row), local[element] / 100)) << "element " << element;
+            EXPECT_TRUE(Near(table->GetValue(0, row), global[element] / 100))
+                << "element " << element;
+            EXPECT_TRUE(Near(table->GetValue(1, row), local[element] / 100))
+                << "element " << element;
             EXPECT_TRUE(Near(table->GetValue(2, row), numerical[element])) << "element " << element;
             EXPECT_TRUE(Near(table->GetValue(3, row), size[element])) << "element " << element;
         }
@@ -387,7 +397,8 @@ TEST_F(GridProject, ResultCaseNumberIsPartOfTheKey) {
 TEST_F(GridProject, ShortVectorThrowsOutOfRange) {
     const std::vector<double> full(7, 1.0);
     const std::vector<double> shorter(6, 1.0);
-    EXPECT_THROW(api.StoreMeshErrorAndRefinementInResults(1, full, full, full, shorter), std::out_of_range);
+    EXPECT_THROW(api.StoreMeshErrorAndRefinementInResults(1, full, full, full, shorter),
+                 std::out_of_range);
 }
 
 TEST_F(GridProject, MeshRefinementWritesTheSizeField) {
@@ -396,7 +407,8 @@ TEST_F(GridProject, MeshRefinementWritesTheSizeField) {
     const std::string pos = ReadBytes(dir / "grid.refine.pos");
     const auto count = [&](const std::string& pattern) {
         const std::regex re(pattern);
-        return std::distance(std::sregex_iterator(pos.begin(), pos.end(), re), std::sregex_iterator());
+        return std::distance(std::sregex_iterator(pos.begin(), pos.end(), re),
+                             std::sregex_iterator());
     };
     EXPECT_EQ(count(R"(SQ\()"), 5);
     EXPECT_EQ(count(R"(ST\()"), 2);
@@ -406,7 +418,8 @@ TEST_F(GridProject, MeshRefinementWritesTheSizeField) {
         std::snprintf(text, sizeof text, "%.17g", v);
         return std::string(text);
     };
-    const std::string triangle = "ST(2,1,1,3,1,1.5,3,2,1.5){" + g(0.3) + "," + g(0.2) + "," + g(0.25) + "}";
+    const std::string triangle =
+        "ST(2,1,1,3,1,1.5,3,2,1.5){" + g(0.3) + "," + g(0.2) + "," + g(0.25) + "}";
     EXPECT_NE(pos.find(triangle), std::string::npos) << triangle << " not in\n" << pos;
 }
 
@@ -429,14 +442,16 @@ public:
 
 private:
     host::calclink::ScopedWriteMeshRefinementsHook m_hook{
-        [this](const CString& path, const std::vector<double>& refinement, const std::vector<CKQPoint3D>& nodes) {
+        [this](const CString& path, const std::vector<double>& refinement,
+               const std::vector<CKQPoint3D>& nodes) {
             calls.push_back({path, refinement, nodes});
         }};
 };
 
 // Gmsh's empty model (version 4.1 has no $Nodes and $Elements then) and solver data without
 // slabs.
-const char* c_emptyMesh = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 0 0\n$EndEntities\n";
+const char* c_emptyMesh =
+    "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 0 0\n$EndEntities\n";
 const char* c_emptyToml = "title = \"empty\"\n[[load_case]]\nid = 101\nindex = 1\n";
 
 } // namespace
@@ -447,7 +462,8 @@ TEST_F(GridProject, MeshRefinementHandsNodesOneToNInOrder) {
     ASSERT_TRUE(api.WriteMeshRefinement(sizes));
     ASSERT_EQ(writer.calls.size(), 1u);
     const WriterCall& call = writer.calls[0];
-    EXPECT_EQ(call.projectPath, ApiAccess::Store(api).GetProjectNameWithPath(Outcome64Enums::eModelType{}, 0));
+    EXPECT_EQ(call.projectPath,
+              ApiAccess::Store(api).GetProjectNameWithPath(Outcome64Enums::eModelType{}, 0));
     EXPECT_EQ(call.projectPath, project);
     EXPECT_EQ(call.refinement, sizes);
     // Node tag 4 j + i + 1 lies at (i, j, 0.5 i): entry k is node k + 1.
@@ -517,7 +533,8 @@ protected:
         slabadapt::test::WriteProjectStrintg(*s_project, 1, [](int k, const CKQPoint3D& at) {
             return k < 8 ? (k + 1) * at.x + at.y : 1e-4 * (k - 7);
         });
-        slabadapt::test::WriteProjectStrintg(*s_project, 2, [](int, const CKQPoint3D&) { return 1.0; });
+        slabadapt::test::WriteProjectStrintg(*s_project, 2,
+                                             [](int, const CKQPoint3D&) { return 1.0; });
     }
     static void TearDownTestSuite() {
         delete s_project;
@@ -594,7 +611,8 @@ TEST_F(GmshProject, IntegrationPointsLieInTheirElementsAndSumOverLoadCases) {
             // The file's coordinates are the point mapped from the natural coordinates the
             // interface gives, to the precision of the file's 9 digits.
             const CKQPoint3D at = api.GetIntegrationPointGlobalCoords(e, p);
-            const CKQPoint3D mapped = slabadapt::test::MapToElement(corners, api.GetIntegrationPointLocalCoords(e, p));
+            const CKQPoint3D mapped =
+                slabadapt::test::MapToElement(corners, api.GetIntegrationPointLocalCoords(e, p));
             EXPECT_TRUE(Near(at.x, mapped.x, 1e-8, 1e-8));
             EXPECT_TRUE(Near(at.y, mapped.y, 1e-8, 1e-8));
             EXPECT_TRUE(Near(at.z, mapped.z, 1e-8, 1e-8));
@@ -644,14 +662,15 @@ TEST_F(GmshProject, StoredResultAndSizeFieldReadBack) {
     ASSERT_TRUE(api.WriteMeshRefinement(nodal));
     const std::string pos = ReadBytes(s_project->path.string() + ".refine.pos");
     const std::regex entry(R"((SQ|ST)\()");
-    EXPECT_EQ(static_cast<std::size_t>(std::distance(std::sregex_iterator(pos.begin(), pos.end(), entry),
-                                                     std::sregex_iterator())),
+    EXPECT_EQ(static_cast<std::size_t>(std::distance(
+                  std::sregex_iterator(pos.begin(), pos.end(), entry), std::sregex_iterator())),
               m);
 
     // Gmsh remeshes with the field: the triangles of slab 2 (sized 0.25 before) get finer.
     const std::string base = s_project->path.string();
-    const std::string command = "gmsh '" + base + ".geo' -2 -format msh41 -bgm '" + base + ".refine.pos' -o '" +
-                                base + ".next.msh' > '" + base + ".next.log' 2>&1";
+    const std::string command = "gmsh '" + base + ".geo' -2 -format msh41 -bgm '" + base +
+                                ".refine.pos' -o '" + base + ".next.msh' > '" + base +
+                                ".next.log' 2>&1";
     ASSERT_EQ(std::system(command.c_str()), 0) << ReadBytes(base + ".next.log");
     const auto next = host::outcome::ReadMesh(base + ".next.msh");
     ASSERT_EQ(next.slabs.size(), 2u);
@@ -716,7 +735,8 @@ TEST(StoreMeshErrorAndRefinement, OneTablePerSlabInMapOrder) {
     store.link.AddSlab(3, 30);
     store.link.AddSlab(1, 10);
     CAdaptiveMeshData data;
-    EXPECT_TRUE(data.StoreMeshErrorAndRefinementInResults(store, 1, {12.5, 4}, {50, 8}, {0.8, 0.1}, {2, 3}));
+    EXPECT_TRUE(data.StoreMeshErrorAndRefinementInResults(store, 1, {12.5, 4}, {50, 8}, {0.8, 0.1},
+                                                          {2, 3}));
     ASSERT_EQ(store.saved.size(), 2u);
     EXPECT_EQ(store.asked[0], KeyOf(1, 1));
     EXPECT_EQ(store.asked[1], KeyOf(3, 1));
@@ -738,7 +758,8 @@ TEST(StoreMeshErrorAndRefinement, RowsWhoseElementStaysZeroAreLeftAlone) {
     store.link.AddSlab(1, 10);
     store.leaveElementUnset = true;
     CAdaptiveMeshData data;
-    EXPECT_TRUE(data.StoreMeshErrorAndRefinementInResults(store, 2, {1, 1}, {1, 1}, {1, 1}, {1, 1}));
+    EXPECT_TRUE(
+        data.StoreMeshErrorAndRefinementInResults(store, 2, {1, 1}, {1, 1}, {1, 1}, {1, 1}));
     ASSERT_EQ(store.saved.size(), 1u);
     for (unsigned long row = 0; row < 3; ++row)
         for (unsigned long c = 0; c < 4; ++c)

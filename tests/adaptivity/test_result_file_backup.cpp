@@ -14,11 +14,11 @@
 #include <thread>
 #include <vector>
 
+using host::win32::FileOperation;
+using host::win32::ScopedFileFaultHook;
 using slabadapt::test::ReadBytes;
 using slabadapt::test::ScratchDir;
 using slabadapt::test::WriteBytes;
-using host::win32::FileOperation;
-using host::win32::ScopedFileFaultHook;
 
 namespace fs = std::filesystem;
 
@@ -45,7 +45,9 @@ private:
 // Keeps the current folder for the life of the object and puts the previous one back.
 class ScopedCurrentPath {
 public:
-    explicit ScopedCurrentPath(const fs::path& path) : m_previous(fs::current_path()) { fs::current_path(path); }
+    explicit ScopedCurrentPath(const fs::path& path) : m_previous(fs::current_path()) {
+        fs::current_path(path);
+    }
     ~ScopedCurrentPath() { fs::current_path(m_previous); }
 
 private:
@@ -118,8 +120,8 @@ TEST_F(ResultFileBackup, ProjectPathWithoutFolderGivesBareBackupName) {
 TEST(ResultFileBackupName, FolderPartByHostRules) {
     const std::pair<const wchar_t*, const char*> cases[] = {
         {L"C:\\proj\\m1", "C:/proj/backup_m1.GAR"},
-        {L"C:\\m1", "C:/backup_m1.GAR"},     // a root keeps its separator, none is added
-        {L"C:m1", "C:backup_m1.GAR"},         // a drive alone ends in ":"
+        {L"C:\\m1", "C:/backup_m1.GAR"}, // a root keeps its separator, none is added
+        {L"C:m1", "C:backup_m1.GAR"},    // a drive alone ends in ":"
         {L"/m1", "/backup_m1.GAR"},
         {L"/data/proj/m1", "/data/proj/backup_m1.GAR"},
         {L"/data/proj//m1", "/data/proj/backup_m1.GAR"},
@@ -201,7 +203,9 @@ class ScopedServiceLog {
 public:
     ScopedServiceLog()
         : m_hook([this](FileOperation op, const fs::path& path) -> DWORD {
-              const char* name = op == FileOperation::Delete ? "delete " : op == FileOperation::Copy ? "copy " : "exists ";
+              const char* name = op == FileOperation::Delete ? "delete "
+                                 : op == FileOperation::Copy ? "copy "
+                                                             : "exists ";
               m_calls.push_back(name + path.filename().string());
               return ERROR_SUCCESS;
           }) {}
@@ -218,7 +222,8 @@ TEST_F(ResultFileBackup, BackupDeletesTheOldBackupThenTestsThenCopies) {
     ScopedServiceLog log;
     CString backupPath;
     ASSERT_TRUE(CAdaptiveMeshData::CreateGARFileBackup(project, backupPath));
-    EXPECT_EQ(log.Calls(), (std::vector<std::string>{"delete backup_m1.GAR", "exists m1.GAR", "copy m1.GAR"}));
+    EXPECT_EQ(log.Calls(),
+              (std::vector<std::string>{"delete backup_m1.GAR", "exists m1.GAR", "copy m1.GAR"}));
 }
 
 TEST_F(ResultFileBackup, RestoreDeletesTheResultFileFirstAndTheBackupLast) {
@@ -227,8 +232,9 @@ TEST_F(ResultFileBackup, RestoreDeletesTheResultFileFirstAndTheBackupLast) {
     {
         ScopedServiceLog log;
         ASSERT_TRUE(CAdaptiveMeshData::RestoreGARFileFromBackup(project));
-        EXPECT_EQ(log.Calls(), (std::vector<std::string>{"delete m1.GAR", "exists backup_m1.GAR",
-                                                          "copy backup_m1.GAR", "delete backup_m1.GAR"}));
+        EXPECT_EQ(log.Calls(),
+                  (std::vector<std::string>{"delete m1.GAR", "exists backup_m1.GAR",
+                                            "copy backup_m1.GAR", "delete backup_m1.GAR"}));
     }
     fs::remove(backup);
     ScopedServiceLog log;
@@ -289,8 +295,9 @@ TEST_F(ResultFileDelete, SucceedsOnceAnotherHolderReleasesTheFile) {
         held = false;
     });
     ScopedFileFaultHook hook([&](FileOperation op, const fs::path& path) -> DWORD {
-        return op == FileOperation::Delete && path.filename() == "m1.GAR" && held ? ERROR_SHARING_VIOLATION
-                                                                                  : ERROR_SUCCESS;
+        return op == FileOperation::Delete && path.filename() == "m1.GAR" && held
+                   ? ERROR_SHARING_VIOLATION
+                   : ERROR_SUCCESS;
     });
     ScopedSwitchCounter switches;
     CAdaptiveMeshData data;

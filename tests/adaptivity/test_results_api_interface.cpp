@@ -14,7 +14,8 @@
 static_assert(std::is_abstract_v<IAdaptivityResultsAPI>);
 static_assert(std::is_polymorphic_v<IAdaptivityResultsAPI>);
 static_assert(std::has_virtual_destructor_v<IAdaptivityResultsAPI>);
-static_assert(sizeof(IAdaptivityResultsAPI) == sizeof(void*), "no data members, only the table pointer");
+static_assert(sizeof(IAdaptivityResultsAPI) == sizeof(void*),
+              "no data members, only the table pointer");
 static_assert(std::is_base_of_v<IAdaptivityResultsAPI, CAdaptivityResultsAPIImpl>);
 static_assert(!std::is_abstract_v<CAdaptivityResultsAPIImpl>);
 static_assert(std::is_default_constructible_v<CAdaptivityResultsAPIImpl>);
@@ -28,8 +29,7 @@ int g_destroyed = 0;
 // The table slot of a virtual operation, read from its member pointer as the Itanium C++ ABI
 // lays it out (x86: 1 + byte offset in the pointer; ARM: byte offset, virtual bit in the
 // adjustment); -1 for a non-virtual one.
-template <class F>
-std::ptrdiff_t SlotOf(F operation) {
+template <class F> std::ptrdiff_t SlotOf(F operation) {
     struct Raw {
         std::uintptr_t ptr;
         std::ptrdiff_t adj;
@@ -54,7 +54,9 @@ public:
     ~MinimalApi() override { ++g_destroyed; }
     int Init(const CString&, unsigned char, Outcome64Enums::eSolverType) override { return 7; }
     bool SerializeSolverLink(bool direction) override { return direction; }
-    bool PrepareAdaptiveMeshData(const std::vector<long>& numbers) override { return !numbers.empty(); }
+    bool PrepareAdaptiveMeshData(const std::vector<long>& numbers) override {
+        return !numbers.empty();
+    }
     void ClearAdaptiveMeshData() override {}
     unsigned long GetNoOfNodes() override { return 1; }
     unsigned long GetNoOfSlabs() override { return 2; }
@@ -62,17 +64,26 @@ public:
         count = 3;
         return slab;
     }
-    void GetNodesOnElement(unsigned long, std::vector<unsigned long>& nodes) override { nodes = {0, 1, 2}; }
+    void GetNodesOnElement(unsigned long, std::vector<unsigned long>& nodes) override {
+        nodes = {0, 1, 2};
+    }
     CKQPoint3D NodeCoords(unsigned long node) override { return {static_cast<double>(node), 0, 0}; }
-    void GetIntegrationPointResults(unsigned long, unsigned long, Outcome64Enums::eIntegrationPointDataType,
+    void GetIntegrationPointResults(unsigned long, unsigned long,
+                                    Outcome64Enums::eIntegrationPointDataType,
                                     double* out) const override {
         out[0] = 4.0;
     }
-    CKQPoint3D GetIntegrationPointGlobalCoords(unsigned long, unsigned long) const override { return {1, 2, 3}; }
-    CKQPoint3D GetIntegrationPointLocalCoords(unsigned long, unsigned long) const override { return {}; }
+    CKQPoint3D GetIntegrationPointGlobalCoords(unsigned long, unsigned long) const override {
+        return {1, 2, 3};
+    }
+    CKQPoint3D GetIntegrationPointLocalCoords(unsigned long, unsigned long) const override {
+        return {};
+    }
     bool WriteMeshRefinement(const std::vector<double>&) override { return true; }
-    bool StoreMeshErrorAndRefinementInResults(unsigned long, const std::vector<double>&, const std::vector<double>&,
-                                              const std::vector<double>&, const std::vector<double>&) override {
+    bool StoreMeshErrorAndRefinementInResults(unsigned long, const std::vector<double>&,
+                                              const std::vector<double>&,
+                                              const std::vector<double>&,
+                                              const std::vector<double>&) override {
         return false;
     }
     double GetElementArea(unsigned long) override { return 0.5; }
@@ -108,9 +119,10 @@ TEST(ResultsApiInterface, ImplementationIsUsedThroughTheInterfaceAndDestroyedThr
 
 TEST(ResultsApiInterface, ImplementationCopiesCarryTheOpenedStore) {
     slabadapt::test::ScratchDir dir;
-    slabadapt::test::WriteBytes(dir / "p.msh", "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n2 1 \"s\"\n"
-                                               "$EndPhysicalNames\n$Nodes\n3\n1 0 0 0\n2 1 0 0\n3 0 1 0\n$EndNodes\n"
-                                               "$Elements\n1\n1 2 2 1 1 1 2 3\n$EndElements\n");
+    slabadapt::test::WriteBytes(
+        dir / "p.msh", "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n2 1 \"s\"\n"
+                       "$EndPhysicalNames\n$Nodes\n3\n1 0 0 0\n2 1 0 0\n3 0 1 0\n$EndNodes\n"
+                       "$Elements\n1\n1 2 2 1 1 1 2 3\n$EndElements\n");
     slabadapt::test::WriteBytes(dir / "p.toml", "[[slab]]\ntag = 1\nthickness = 0.2\n");
     CAdaptivityResultsAPIImpl api;
     ASSERT_EQ(api.Init(dir.Project("p"), 0, static_cast<Outcome64Enums::eSolverType>(0)), 0);
@@ -196,27 +208,33 @@ TEST(ResultsApiInterface, OperationsOccupyTheirSlotsInOrder) {
 // Which operations are const is part of their signatures, and so of the interface.
 TEST(ResultsApiInterface, ConstOperationsAreTheQueriesOfTheMeshData) {
     using I = IAdaptivityResultsAPI;
-    static_assert(std::is_same_v<decltype(&I::GetIntegrationPointResults),
-                                 void (I::*)(unsigned long, unsigned long, Outcome64Enums::eIntegrationPointDataType,
-                                             double*) const>);
+    static_assert(
+        std::is_same_v<decltype(&I::GetIntegrationPointResults),
+                       void (I::*)(unsigned long, unsigned long,
+                                   Outcome64Enums::eIntegrationPointDataType, double*) const>);
     static_assert(std::is_same_v<decltype(&I::GetIntegrationPointGlobalCoords),
                                  CKQPoint3D (I::*)(unsigned long, unsigned long) const>);
     static_assert(std::is_same_v<decltype(&I::GetIntegrationPointLocalCoords),
                                  CKQPoint3D (I::*)(unsigned long, unsigned long) const>);
     static_assert(std::is_same_v<decltype(&I::GetElementType),
                                  Outcome64Enums::eElementType (I::*)(unsigned long) const>);
-    static_assert(std::is_same_v<decltype(&I::GetCountOfDefNodes), unsigned long (I::*)(unsigned long)>);
-    static_assert(std::is_same_v<decltype(&I::GetCountOfIntegrationPoints), unsigned long (I::*)(unsigned long) const>);
+    static_assert(
+        std::is_same_v<decltype(&I::GetCountOfDefNodes), unsigned long (I::*)(unsigned long)>);
+    static_assert(std::is_same_v<decltype(&I::GetCountOfIntegrationPoints),
+                                 unsigned long (I::*)(unsigned long) const>);
     static_assert(std::is_same_v<decltype(&I::GetCountOfResults), unsigned long (I::*)() const>);
     static_assert(std::is_same_v<decltype(&I::GetIntegrationPointWeight),
                                  double (I::*)(unsigned long, unsigned long) const>);
     static_assert(std::is_same_v<decltype(&I::GetCountOfLoadCases), unsigned long (I::*)() const>);
-    static_assert(std::is_same_v<decltype(&I::GetLoadCaseIndex), unsigned long (I::*)(unsigned long) const>);
+    static_assert(
+        std::is_same_v<decltype(&I::GetLoadCaseIndex), unsigned long (I::*)(unsigned long) const>);
     static_assert(std::is_same_v<decltype(&I::GetElementArea), double (I::*)(unsigned long)>);
     static_assert(std::is_same_v<decltype(&I::GetElementThickness), double (I::*)(unsigned long)>);
-    static_assert(std::is_same_v<decltype(&I::GetElementThicknessReduced), double (I::*)(unsigned long)>);
+    static_assert(
+        std::is_same_v<decltype(&I::GetElementThicknessReduced), double (I::*)(unsigned long)>);
     static_assert(std::is_same_v<decltype(&I::Init), int (I::*)(const CString&, unsigned char,
-                                                                   Outcome64Enums::eSolverType)>);
-    static_assert(std::is_same_v<decltype(&I::PrepareAdaptiveMeshData), bool (I::*)(const std::vector<long>&)>);
+                                                                Outcome64Enums::eSolverType)>);
+    static_assert(std::is_same_v<decltype(&I::PrepareAdaptiveMeshData),
+                                 bool (I::*)(const std::vector<long>&)>);
     SUCCEED();
 }

@@ -1,7 +1,7 @@
 // The project check: every kind of problem it reports, with file and line or element, on a
 // project meshed with Gmsh whose STRINTG files are then spoilt one way at a time.
 #include "cli/ProjectCheck.h"
-#include "tests/e2e/project_fixture.h"
+#include "tests/support/example_project.h"
 
 #include <gtest/gtest.h>
 
@@ -117,8 +117,8 @@ TEST_F(CheckTest, AnUnknownColumnBehindTheKnownOnesIsAWarning) {
     WriteLines(Strintg(), lines);
     const CheckReport r = CheckProject(p, {7});
     EXPECT_TRUE(r.Passed()) << All(r);
-    EXPECT_TRUE(Has(r, Severity::Warning, "patch.STRINTG0003", 3,
-                    "unknown column \"foo\" is ignored"))
+    EXPECT_TRUE(
+        Has(r, Severity::Warning, "patch.STRINTG0003", 3, "unknown column \"foo\" is ignored"))
         << All(r);
 }
 

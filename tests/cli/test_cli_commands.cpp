@@ -3,7 +3,7 @@
 #include "cli/Commands.h"
 #include "cli/VtuExport.h"
 #include "host/outcome/gar.h"
-#include "tests/e2e/project_fixture.h"
+#include "tests/support/example_project.h"
 
 #include <gtest/gtest.h>
 
@@ -377,7 +377,7 @@ TEST(Cli, AMissingStrintgFileStopsTheRunWithAClearMessage) {
     const Outcome o =
         Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
     ASSERT_TRUE(o.exited);
-    EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
+    EXPECT_EQ(o.code, slabadapt::cli::kExitDataError);
     EXPECT_TRUE(Contains(o.err, p.string() + ".STRINTG0002: error: cannot be opened")) << o.err;
     EXPECT_TRUE(Contains(o.err, "nothing was run")) << o.err;
     EXPECT_FALSE(fs::exists(p.string() + ".GAR"));
@@ -392,7 +392,7 @@ TEST(Cli, AMismatchedElementCountStopsTheRunWithAClearMessage) {
     const Outcome o =
         Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 101 --load-case 102");
     ASSERT_TRUE(o.exited);
-    EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
+    EXPECT_EQ(o.code, slabadapt::cli::kExitDataError);
     EXPECT_TRUE(Contains(o.err, "floor.STRINTG0001: error: lists 3530 elements, the mesh has 3531"))
         << o.err;
 
@@ -414,7 +414,7 @@ TEST(Cli, ANodeOf70ElementsStopsTheRunWithAClearMessage) {
     const fs::path p = MakeFanProject(dir.path(), 70);
     const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 1");
     ASSERT_TRUE(o.exited);
-    EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
+    EXPECT_EQ(o.code, slabadapt::cli::kExitDataError);
     EXPECT_TRUE(Contains(o.err, "fan.msh: error: node 1 (Gmsh node 1) belongs to 70 elements: the "
                                 "estimator takes at most 64"))
         << o.err;
@@ -439,7 +439,7 @@ TEST(Cli, AnUnknownLoadCaseStopsTheRun) {
     TempDir dir;
     const fs::path p = CopyExample(dir.path());
     const Outcome o = Slabadapt("run " + Quote(p) + " --target 0.05 --load-case 103 --json");
-    EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
+    EXPECT_EQ(o.code, slabadapt::cli::kExitDataError);
     EXPECT_TRUE(Contains(o.err, "load case 103 is not defined (defined: 101, 102)")) << o.err;
     EXPECT_TRUE(IsJson(o.out, dir / "o.json")) << o.out;
     EXPECT_TRUE(Contains(o.out, "\"result_code\": null")) << o.out;
@@ -454,7 +454,7 @@ TEST(Cli, AProjectWithoutAMeshIsReportedNotRun) {
     TempDir dir;
     const Outcome o = Slabadapt("run " + Quote(dir / "nothing") + " --target 0.05 --load-case 1");
     ASSERT_TRUE(o.exited);
-    EXPECT_EQ(o.code, slabadapt::cli::kExitCheckFailed);
+    EXPECT_EQ(o.code, slabadapt::cli::kExitDataError);
     EXPECT_TRUE(Contains(o.err, "nothing.msh")) << o.err;
     const Outcome forced =
         Slabadapt("run " + Quote(dir / "nothing") + " --target 0.05 --load-case 1 --no-check");
@@ -500,7 +500,7 @@ TEST(Cli, AProjectNamedByOneOfItsFilesIsTaken) {
     }
     // A folder: the projects in it are named.
     const Outcome folder = Slabadapt("check " + Quote(dir.path()));
-    EXPECT_EQ(folder.code, slabadapt::cli::kExitCheckFailed);
+    EXPECT_EQ(folder.code, slabadapt::cli::kExitDataError);
     EXPECT_TRUE(Contains(folder.err, "is a folder; a project is named by the path of its files "
                                      "without extension, for example " +
                                          p.string() + "\n"))
@@ -774,9 +774,8 @@ TEST(Cli, AStoreTheUserMayOnlyReadIsReadWhereItIs) {
     // under a folder closed to others (a clone in /root, say).
     const fs::path program = dir / "slabadapt";
     fs::copy_file(SLABADAPT_EXECUTABLE, program);
-    fs::permissions(program, fs::perms::owner_all | fs::perms::group_read |
-                                 fs::perms::group_exec | fs::perms::others_read |
-                                 fs::perms::others_exec);
+    fs::permissions(program, fs::perms::owner_all | fs::perms::group_read | fs::perms::group_exec |
+                                 fs::perms::others_read | fs::perms::others_exec);
     fs::permissions(gar, fs::perms::owner_read | fs::perms::group_read | fs::perms::others_read);
     struct Writable { // again at the end, so that the folder can be removed
         fs::path folder;
@@ -798,8 +797,7 @@ TEST(Cli, AStoreTheUserMayOnlyReadIsReadWhereItIs) {
         entries.push_back(entry.path().filename().string());
     std::sort(entries.begin(), entries.end());
 
-    const Outcome csv =
-        Shell(as + Quote(program) + " results " + Quote(p) + " --format csv");
+    const Outcome csv = Shell(as + Quote(program) + " results " + Quote(p) + " --format csv");
     EXPECT_EQ(csv.code, 0) << csv.err;
     EXPECT_EQ(csv.err, "");
     EXPECT_EQ(Lines(csv.out).size(), 3532u);

@@ -6,7 +6,7 @@
 //     SLABADAPT_UPDATE_GOLDEN=1 build/dev/tests/e2e/e2e_test_e2e_example
 #include "adaptivity/AdaptExecute.h"
 #include "host/outcome/outcome.h"
-#include "tests/e2e/project_fixture.h"
+#include "tests/support/example_project.h"
 
 #include <gtest/gtest.h>
 

@@ -5,7 +5,7 @@
 // the sizes of its elements.
 #include "adaptivity/AdaptExecute.h"
 #include "host/outcome/outcome.h"
-#include "tests/e2e/project_fixture.h"
+#include "tests/support/example_project.h"
 
 #include <gtest/gtest.h>
 

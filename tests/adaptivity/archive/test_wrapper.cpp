@@ -37,10 +37,10 @@ protected:
     void SetUp() override { m_live = host::com::LiveBstrCount(); }
     void TearDown() override {
         EXPECT_EQ(host::com::LiveBstrCount(), m_live) << "a BSTR leaked";
-        EXPECT_EQ(double_.unusedCalls, 0) << "the wrapper called a slot it must not use";
+        EXPECT_EQ(m_double.unusedCalls, 0) << "the wrapper called a slot it must not use";
     }
 
-    CountingArchive double_;
+    CountingArchive m_double;
 
 private:
     std::ptrdiff_t m_live = 0;
@@ -59,7 +59,7 @@ TEST_F(WrapperTest, EmptyWrapperEqualsZero) {
 TEST_F(WrapperTest, ComparingWithNonzeroRaisesInvalidPointer) {
     EXPECT_EQ(ComErrorOf([] { (void)(_ar::archive(nullptr) == 1); }), E_POINTER);
     EXPECT_EQ(ComErrorOf([] { (void)(_ar::archive(nullptr) != 1); }), E_POINTER);
-    const _ar::archive held(&double_);
+    const _ar::archive held(&m_double);
     EXPECT_EQ(ComErrorOf([&] { (void)(held == 1); }), E_POINTER);
     EXPECT_EQ(ComErrorOf([&] { (void)(held != -1); }), E_POINTER);
     EXPECT_FALSE(held == 0);
@@ -96,48 +96,48 @@ TEST_F(WrapperTest, EveryUseOfAnEmptyWrapperRaisesInvalidPointer) {
 
 TEST_F(WrapperTest, ConstructionTakesAReferenceAndDestructionReleasesIt) {
     {
-        _ar::archive ar(&double_);
-        EXPECT_EQ(double_.addRefs, 1);
-        EXPECT_EQ(double_.releases, 0);
+        _ar::archive ar(&m_double);
+        EXPECT_EQ(m_double.addRefs, 1);
+        EXPECT_EQ(m_double.releases, 0);
     }
-    EXPECT_EQ(double_.releases, 1);
-    EXPECT_EQ(double_.References(), 0);
+    EXPECT_EQ(m_double.releases, 1);
+    EXPECT_EQ(m_double.References(), 0);
 }
 
 TEST_F(WrapperTest, CopyAndDestroyBothReleasesExactlyTwice) {
     {
-        _ar::archive first(&double_);
+        _ar::archive first(&m_double);
         _ar::archive second(first);
-        EXPECT_EQ(double_.addRefs, 2);
-        EXPECT_EQ(static_cast<IKQ_Archive*>(second), &double_);
+        EXPECT_EQ(m_double.addRefs, 2);
+        EXPECT_EQ(static_cast<IKQ_Archive*>(second), &m_double);
     }
-    EXPECT_EQ(double_.releases, 2);
-    EXPECT_EQ(double_.References(), 0);
+    EXPECT_EQ(m_double.releases, 2);
+    EXPECT_EQ(m_double.References(), 0);
 }
 
 TEST_F(WrapperTest, AssigningTheSamePointerDoesNothing) {
-    _ar::archive a(&double_);
-    _ar::archive b(&double_);
-    ASSERT_EQ(double_.addRefs, 2);
+    _ar::archive a(&m_double);
+    _ar::archive b(&m_double);
+    ASSERT_EQ(m_double.addRefs, 2);
     a = b;
     const _ar::archive& self = a;
     a = self;
-    EXPECT_EQ(double_.addRefs, 2);
-    EXPECT_EQ(double_.releases, 0);
+    EXPECT_EQ(m_double.addRefs, 2);
+    EXPECT_EQ(m_double.releases, 0);
 }
 
 TEST_F(WrapperTest, AssignmentTakesTheNewReferenceBeforeReleasingTheOld) {
     std::vector<std::string> events;
     CountingArchive other;
-    double_.events = &events;
+    m_double.events = &events;
     other.events = &events;
     {
-        _ar::archive a(&double_);
+        _ar::archive a(&m_double);
         const _ar::archive b(&other);
         events.clear();
         a = b;
         EXPECT_EQ(events, (std::vector<std::string>{"AddRef", "Release"}));
-        EXPECT_EQ(double_.References(), 0);
+        EXPECT_EQ(m_double.References(), 0);
         EXPECT_EQ(other.References(), 2);
         a = _ar::archive(nullptr);
         EXPECT_EQ(other.References(), 1);
@@ -147,101 +147,101 @@ TEST_F(WrapperTest, AssignmentTakesTheNewReferenceBeforeReleasingTheOld) {
         EXPECT_EQ(other.References(), 2);
     }
     EXPECT_EQ(other.References(), 0);
-    EXPECT_EQ(double_.References(), 0);
+    EXPECT_EQ(m_double.References(), 0);
 }
 
 TEST_F(WrapperTest, RawPointerAccessAddsNoReference) {
-    _ar::archive ar(&double_);
-    EXPECT_EQ(static_cast<IKQ_Archive*>(ar), &double_);
-    EXPECT_EQ(ar.operator->(), &double_);
-    EXPECT_EQ(double_.References(), 1);
+    _ar::archive ar(&m_double);
+    EXPECT_EQ(static_cast<IKQ_Archive*>(ar), &m_double);
+    EXPECT_EQ(ar.operator->(), &m_double);
+    EXPECT_EQ(m_double.References(), 1);
 }
 
 TEST_F(WrapperTest, IUnknownConversionAsksForIUnknownAndGivesNoReference) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     IUnknown* unknown = ar;
-    EXPECT_EQ(unknown, static_cast<IUnknown*>(&double_));
-    ASSERT_EQ(double_.calls.size(), 1u);
-    EXPECT_EQ(double_.calls[0].slot, 0);
-    EXPECT_EQ(double_.calls[0].guid, IID_IUnknown);
-    EXPECT_EQ(double_.References(), 1); // the reference QueryInterface gave went back
+    EXPECT_EQ(unknown, static_cast<IUnknown*>(&m_double));
+    ASSERT_EQ(m_double.calls.size(), 1u);
+    EXPECT_EQ(m_double.calls[0].slot, 0);
+    EXPECT_EQ(m_double.calls[0].guid, IID_IUnknown);
+    EXPECT_EQ(m_double.References(), 1); // the reference QueryInterface gave went back
 
-    double_.queryAnswer = E_NOINTERFACE;
+    m_double.queryAnswer = E_NOINTERFACE;
     EXPECT_EQ(ComErrorOf([&] { (void)static_cast<IUnknown*>(ar); }), E_NOINTERFACE);
-    EXPECT_EQ(double_.References(), 1);
+    EXPECT_EQ(m_double.References(), 1);
 }
 
 // ----- unchecked and checked queries
 
 TEST_F(WrapperTest, DirectionIsANonzeroFlag) {
-    _ar::archive ar(&double_);
-    double_.loadingFlag = 7;
-    double_.storingFlag = 0;
+    _ar::archive ar(&m_double);
+    m_double.loadingFlag = 7;
+    m_double.storingFlag = 0;
     EXPECT_TRUE(ar.IsLoading());
     EXPECT_FALSE(ar.IsStoring());
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{3, 4}));
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{3, 4}));
 }
 
 TEST_F(WrapperTest, DirectionAndVersionDoNotCheckTheirHresult) {
-    _ar::archive ar(&double_);
-    double_.scribble = false;
-    double_.answers = {{3, E_FAIL}, {4, E_FAIL}, {29, E_FAIL}, {30, E_FAIL}};
+    _ar::archive ar(&m_double);
+    m_double.scribble = false;
+    m_double.answers = {{3, E_FAIL}, {4, E_FAIL}, {29, E_FAIL}, {30, E_FAIL}};
     EXPECT_NO_THROW(EXPECT_FALSE(ar.IsLoading()));
     EXPECT_NO_THROW(EXPECT_FALSE(ar.IsStoring()));
     EXPECT_NO_THROW(EXPECT_EQ(ar.Version(), 0));
     EXPECT_NO_THROW(ar.PutVersion(4));
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{3, 4, 29, 30}));
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{3, 4, 29, 30}));
 }
 
 TEST_F(WrapperTest, VersionSlots) {
-    _ar::archive ar(&double_);
-    double_.version = -3;
+    _ar::archive ar(&m_double);
+    m_double.version = -3;
     EXPECT_EQ(ar.Version(), -3);
     ar.PutVersion(12);
-    ASSERT_EQ(double_.Slots(), (std::vector<int>{29, 30}));
-    EXPECT_EQ(double_.calls[1].integer, 12);
+    ASSERT_EQ(m_double.Slots(), (std::vector<int>{29, 30}));
+    EXPECT_EQ(m_double.calls[1].integer, 12);
 }
 
 TEST_F(WrapperTest, ReadAnswersWhatTheInterfaceReports) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     char buffer[8] = {};
-    double_.bytesRead = 0;
+    m_double.bytesRead = 0;
     EXPECT_EQ(ar.Read(buffer, 0), 0u);
-    double_.bytesRead = 5;
+    m_double.bytesRead = 5;
     EXPECT_EQ(ar.Read(buffer, 8), 5u);
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{5, 5}));
-    EXPECT_EQ(double_.calls[1].integer, 8);
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{5, 5}));
+    EXPECT_EQ(m_double.calls[1].integer, 8);
 
-    double_.answers[5] = STG_E_READFAULT;
+    m_double.answers[5] = STG_E_READFAULT;
     EXPECT_EQ(ComErrorOf([&] { ar.Read(buffer, 8); }), STG_E_READFAULT);
     // A short read is a success code and passes the check.
-    double_.answers[5] = S_FALSE;
-    double_.bytesRead = 2;
+    m_double.answers[5] = S_FALSE;
+    m_double.bytesRead = 2;
     EXPECT_EQ(ar.Read(buffer, 8), 2u);
 }
 
 TEST_F(WrapperTest, WriteIsChecked) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     ar.Write("abc", 3);
-    ASSERT_EQ(double_.Slots(), (std::vector<int>{6}));
-    EXPECT_EQ(double_.calls[0].text, L"abc");
-    double_.answers[6] = STG_E_MEDIUMFULL;
+    ASSERT_EQ(m_double.Slots(), (std::vector<int>{6}));
+    EXPECT_EQ(m_double.calls[0].text, L"abc");
+    m_double.answers[6] = STG_E_MEDIUMFULL;
     EXPECT_EQ(ComErrorOf([&] { ar.Write("abc", 3); }), STG_E_MEDIUMFULL);
 }
 
 TEST_F(WrapperTest, ByteCountsBeyondThirtyTwoBitsOverflow) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     char buffer[1];
     const unsigned long tooMany = 0x100000000ul;
     EXPECT_EQ(ComErrorOf([&] { ar.Read(buffer, tooMany); }), DISP_E_OVERFLOW);
     EXPECT_EQ(ComErrorOf([&] { ar.Write(buffer, tooMany); }), DISP_E_OVERFLOW);
-    EXPECT_TRUE(double_.calls.empty());
+    EXPECT_TRUE(m_double.calls.empty());
 }
 
 // ----- CheckError
 
 TEST_F(WrapperTest, CheckErrorRaisesForNegativeOnly) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     EXPECT_NO_THROW(ar.CheckError(0));
     EXPECT_NO_THROW(ar.CheckError(1));
     EXPECT_NO_THROW(ar.CheckError(0x7FFFFFFF));
@@ -253,7 +253,7 @@ TEST_F(WrapperTest, CheckErrorRaisesForNegativeOnly) {
 }
 
 TEST_F(WrapperTest, CheckErrorReturnsForEveryPositiveLong) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     // long is 64-bit here: these are positive values, not failing HRESULTs, and pass.
     EXPECT_NO_THROW(ar.CheckError(S_FALSE));
     EXPECT_NO_THROW(ar.CheckError(0x80004005L));
@@ -263,7 +263,7 @@ TEST_F(WrapperTest, CheckErrorReturnsForEveryPositiveLong) {
 }
 
 TEST_F(WrapperTest, CheckErrorRaisesEveryNegativeLong) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     // Each failing HRESULT, as the interface answers it, travels unchanged.
     EXPECT_EQ(ComErrorOf([&] { ar.CheckError(static_cast<long>(E_FAIL)); }), E_FAIL);
     EXPECT_EQ(ComErrorOf([&] { ar.CheckError(std::numeric_limits<std::int32_t>::min()); }),
@@ -279,7 +279,7 @@ TEST_F(WrapperTest, CheckErrorRaisesEveryNegativeLong) {
 // ----- storing: slots and values
 
 TEST_F(WrapperTest, EachStoreOperatorCallsItsSlot) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     const GUID guid = {1, 2, 3, {4, 5, 6, 7, 8, 9, 10, 11}};
     wchar_t wide[] = L"wide";
     ar << true << static_cast<unsigned char>(200) << static_cast<short>(-300) << -70000
@@ -287,9 +287,9 @@ TEST_F(WrapperTest, EachStoreOperatorCallsItsSlot) {
        << static_cast<unsigned __int64>(6) << 1.5f << 2.5 << guid << CString(L"cs")
        << std::wstring(L"ws") << L"literal" << wide;
 
-    EXPECT_EQ(double_.Slots(),
+    EXPECT_EQ(m_double.Slots(),
               (std::vector<int>{8, 8, 10, 12, 12, 19, 38, 40, 14, 16, 32, 18, 18, 18, 36}));
-    const auto& c = double_.calls;
+    const auto& c = m_double.calls;
     EXPECT_EQ(c[0].integer, 1);
     EXPECT_EQ(c[1].integer, 200);
     EXPECT_EQ(c[2].integer, -300);
@@ -308,38 +308,38 @@ TEST_F(WrapperTest, EachStoreOperatorCallsItsSlot) {
 }
 
 TEST_F(WrapperTest, StringsTravelAsTemporaryBstrsThatAreFreed) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     const std::wstring withZero(L"a\0b", 3);
     ar << CString(withZero) << withZero << CString();
-    ASSERT_EQ(double_.Slots(), (std::vector<int>{18, 18, 18}));
-    EXPECT_EQ(double_.calls[0].text, withZero); // embedded zeros kept
-    EXPECT_EQ(double_.calls[1].text, withZero);
-    EXPECT_EQ(double_.calls[2].text, L"");
+    ASSERT_EQ(m_double.Slots(), (std::vector<int>{18, 18, 18}));
+    EXPECT_EQ(m_double.calls[0].text, withZero); // embedded zeros kept
+    EXPECT_EQ(m_double.calls[1].text, withZero);
+    EXPECT_EQ(m_double.calls[2].text, L"");
     // The leak check of the fixture proves the temporaries were freed.
 }
 
 TEST_F(WrapperTest, NullConstTextIsStoredAsAnEmptyCString) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     ar << static_cast<const wchar_t*>(nullptr);
-    ASSERT_EQ(double_.Slots(), (std::vector<int>{18}));
-    EXPECT_EQ(double_.calls[0].text, L"");
+    ASSERT_EQ(m_double.Slots(), (std::vector<int>{18}));
+    EXPECT_EQ(m_double.calls[0].text, L"");
 }
 
 TEST_F(WrapperTest, LongsOutsideThirtyTwoBitsOverflowAndWriteNothing) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     EXPECT_EQ(ComErrorOf([&] { ar << 0x80000000L; }), DISP_E_OVERFLOW);
     EXPECT_EQ(ComErrorOf([&] { ar << -0x80000001L; }), DISP_E_OVERFLOW);
     EXPECT_EQ(ComErrorOf([&] { ar << 0x100000000ul; }), DISP_E_OVERFLOW);
-    EXPECT_TRUE(double_.calls.empty());
+    EXPECT_TRUE(m_double.calls.empty());
     ar << static_cast<long>(std::numeric_limits<std::int32_t>::min()) << 0xFFFFFFFFul;
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{12, 19}));
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{12, 19}));
 }
 
 TEST_F(WrapperTest, EveryStoreChecksItsHresult) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     const HRESULT failure = STG_E_WRITEFAULT;
     for (int slot : {6, 8, 10, 12, 14, 16, 18, 19, 32, 36, 38, 40})
-        double_.answers[slot] = failure;
+        m_double.answers[slot] = failure;
     wchar_t wide[] = L"w";
     const std::vector<std::function<void()>> stores = {
         [&] { ar << true; },
@@ -366,17 +366,17 @@ TEST_F(WrapperTest, EveryStoreChecksItsHresult) {
 // ----- loading: slots, values and the old value kept on failure
 
 TEST_F(WrapperTest, EachLoadOperatorCallsItsSlot) {
-    _ar::archive ar(&double_);
-    double_.byteValue = 0x80;
-    double_.shortValue = -2;
-    double_.longValue = -3;
-    double_.ulongValue = 0xFFFFFFFFu;
-    double_.int64Value = std::numeric_limits<LONGLONG>::min();
-    double_.uint64Value = std::numeric_limits<ULONGLONG>::max();
-    double_.floatValue = 0.25f;
-    double_.doubleValue = -0.5;
-    double_.guidValue = {9, 8, 7, {6, 5, 4, 3, 2, 1, 0, 255}};
-    double_.stringValue = L"Příliš žluťoučký kůň";
+    _ar::archive ar(&m_double);
+    m_double.byteValue = 0x80;
+    m_double.shortValue = -2;
+    m_double.longValue = -3;
+    m_double.ulongValue = 0xFFFFFFFFu;
+    m_double.int64Value = std::numeric_limits<LONGLONG>::min();
+    m_double.uint64Value = std::numeric_limits<ULONGLONG>::max();
+    m_double.floatValue = 0.25f;
+    m_double.doubleValue = -0.5;
+    m_double.guidValue = {9, 8, 7, {6, 5, 4, 3, 2, 1, 0, 255}};
+    m_double.stringValue = L"Příliš žluťoučký kůň";
 
     bool b = false;
     unsigned char uc = 0;
@@ -394,7 +394,7 @@ TEST_F(WrapperTest, EachLoadOperatorCallsItsSlot) {
     wchar_t* wide = nullptr;
     ar >> b >> uc >> s >> i >> l >> ul >> ll >> ull >> f >> d >> g1 >> &g2 >> cs >> ws >> &wide;
 
-    EXPECT_EQ(double_.Slots(),
+    EXPECT_EQ(m_double.Slots(),
               (std::vector<int>{7, 7, 9, 11, 11, 20, 37, 39, 13, 15, 31, 31, 17, 17, 35}));
     EXPECT_TRUE(b);
     EXPECT_EQ(uc, 0x80);
@@ -406,8 +406,8 @@ TEST_F(WrapperTest, EachLoadOperatorCallsItsSlot) {
     EXPECT_EQ(ull, std::numeric_limits<ULONGLONG>::max());
     EXPECT_EQ(f, 0.25f);
     EXPECT_EQ(d, -0.5);
-    EXPECT_EQ(g1, double_.guidValue);
-    EXPECT_EQ(g2, double_.guidValue);
+    EXPECT_EQ(g1, m_double.guidValue);
+    EXPECT_EQ(g2, m_double.guidValue);
     EXPECT_EQ(cs, CString(L"Příliš žluťoučký kůň"));
     EXPECT_EQ(ws, L"Příliš žluťoučký kůň");
     ASSERT_NE(wide, nullptr);
@@ -416,21 +416,21 @@ TEST_F(WrapperTest, EachLoadOperatorCallsItsSlot) {
 }
 
 TEST_F(WrapperTest, BoolLoadsTrueForAnyNonzeroByte) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     bool b = false;
-    double_.byteValue = 0xFF;
+    m_double.byteValue = 0xFF;
     ar >> b;
     EXPECT_TRUE(b);
-    double_.byteValue = 0;
+    m_double.byteValue = 0;
     ar >> b;
     EXPECT_FALSE(b);
 }
 
 TEST_F(WrapperTest, FailingLoadRaisesAndKeepsTheTarget) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     const HRESULT failure = IKQ_E_ARCHIVE_EOF;
     for (int slot : {5, 7, 9, 11, 13, 15, 17, 20, 31, 35, 37, 39})
-        double_.answers[slot] = failure;
+        m_double.answers[slot] = failure;
 
     bool b = true;
     unsigned char uc = 1;
@@ -483,14 +483,14 @@ TEST_F(WrapperTest, FailingLoadRaisesAndKeepsTheTarget) {
 }
 
 TEST_F(WrapperTest, NullGuidPointerAndNullStringSlot) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     EXPECT_EQ(ComErrorOf([&] { ar >> static_cast<GUID*>(nullptr); }), E_POINTER);
     EXPECT_EQ(ComErrorOf([&] { ar >> static_cast<wchar_t**>(nullptr); }), E_POINTER);
-    EXPECT_TRUE(double_.calls.empty());
+    EXPECT_TRUE(m_double.calls.empty());
 }
 
 TEST_F(WrapperTest, OperatorsChainOnTheSameArchive) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     _ar::archive& result = (ar << 1 << 2.0);
     EXPECT_EQ(&result, &ar);
     int i = 0;
@@ -500,11 +500,11 @@ TEST_F(WrapperTest, OperatorsChainOnTheSameArchive) {
 // ----- variants
 
 TEST_F(WrapperTest, VariantStoreWritesTheTagThenTheValue) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     ar << _variant_t() << _variant_t(2.5) << _variant_t(L"ř") << _variant_t(true)
        << _variant_t(false);
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{12, 12, 16, 12, 18, 12, 8, 12, 8}));
-    const auto& c = double_.calls;
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{12, 12, 16, 12, 18, 12, 8, 12, 8}));
+    const auto& c = m_double.calls;
     EXPECT_EQ(c[0].integer, VT_EMPTY);
     EXPECT_EQ(c[1].integer, VT_R8);
     EXPECT_EQ(c[2].real, 2.5);
@@ -516,95 +516,95 @@ TEST_F(WrapperTest, VariantStoreWritesTheTagThenTheValue) {
 }
 
 TEST_F(WrapperTest, VariantOfTypeI4WritesItsTagThenRaisesInvalidArgument) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     EXPECT_THROW(ar << _variant_t(7), CInvalidArgException);
-    ASSERT_EQ(double_.Slots(), (std::vector<int>{12}));
-    EXPECT_EQ(double_.calls[0].integer, 3);
+    ASSERT_EQ(m_double.Slots(), (std::vector<int>{12}));
+    EXPECT_EQ(m_double.calls[0].integer, 3);
 }
 
 TEST_F(WrapperTest, StoredTrueLoadsAsOneNotMinusOne) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     ar << _variant_t(true);
-    double_.longValue = static_cast<LONG>(double_.calls[0].integer);
-    double_.byteValue = static_cast<BYTE>(double_.calls[1].integer);
-    double_.calls.clear();
+    m_double.longValue = static_cast<LONG>(m_double.calls[0].integer);
+    m_double.byteValue = static_cast<BYTE>(m_double.calls[1].integer);
+    m_double.calls.clear();
 
     _variant_t loaded;
     ar >> loaded;
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{11, 7}));
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{11, 7}));
     EXPECT_EQ(loaded.vt, VT_BOOL);
     EXPECT_EQ(loaded.boolVal, 1);
     EXPECT_NE(loaded.boolVal, VARIANT_TRUE);
 }
 
 TEST_F(WrapperTest, VariantLoadOfEachSupportedTag) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     _variant_t v(L"to be replaced");
 
-    double_.longValue = VT_R8;
-    double_.doubleValue = -4.0;
+    m_double.longValue = VT_R8;
+    m_double.doubleValue = -4.0;
     ar >> v; // the string is freed when the tag changes
     EXPECT_EQ(v.vt, VT_R8);
     EXPECT_EQ(v.dblVal, -4.0);
 
-    double_.longValue = VT_BSTR;
-    double_.stringValue = L"nový";
+    m_double.longValue = VT_BSTR;
+    m_double.stringValue = L"nový";
     ar >> v;
     EXPECT_EQ(v.vt, VT_BSTR);
     EXPECT_EQ(std::wstring(v.bstrVal), L"nový");
-    double_.stringValue = L"další";
+    m_double.stringValue = L"další";
     ar >> v; // string over string
     EXPECT_EQ(std::wstring(v.bstrVal), L"další");
 
-    double_.longValue = VT_BOOL;
-    double_.byteValue = 0;
+    m_double.longValue = VT_BOOL;
+    m_double.byteValue = 0;
     ar >> v;
     EXPECT_EQ(v.vt, VT_BOOL);
     EXPECT_EQ(v.boolVal, 0);
 
-    double_.longValue = VT_EMPTY;
+    m_double.longValue = VT_EMPTY;
     ar >> v;
     EXPECT_EQ(v.vt, VT_EMPTY);
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{11, 15, 11, 17, 11, 17, 11, 7, 11}));
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{11, 15, 11, 17, 11, 17, 11, 7, 11}));
 }
 
 TEST_F(WrapperTest, UnsupportedTagIsSetThenRaisesInvalidArgument) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     _variant_t v(1.0);
-    double_.longValue = VT_I4;
+    m_double.longValue = VT_I4;
     EXPECT_THROW(ar >> v, CInvalidArgException);
     EXPECT_EQ(v.vt, VT_I4);
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{11}));
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{11}));
 
     // The whole 32-bit tag is tested: 0x10005 is not VT_R8, though vt keeps its low 16 bits.
     _variant_t s(L"owned");
-    double_.longValue = 0x10005;
+    m_double.longValue = 0x10005;
     EXPECT_THROW(ar >> s, CInvalidArgException);
     EXPECT_EQ(s.vt, VT_R8);
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{11, 11}));
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{11, 11}));
 }
 
 TEST_F(WrapperTest, FailingTagReadLeavesTheVariantAlone) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     _variant_t v(L"kept");
-    double_.answers[11] = STG_E_READFAULT;
+    m_double.answers[11] = STG_E_READFAULT;
     EXPECT_EQ(ComErrorOf([&] { ar >> v; }), STG_E_READFAULT);
     EXPECT_EQ(v.vt, VT_BSTR);
     EXPECT_EQ(std::wstring(v.bstrVal), L"kept");
 }
 
 TEST_F(WrapperTest, FailingValueReadKeepsTheValueButNotTheTag) {
-    _ar::archive ar(&double_);
+    _ar::archive ar(&m_double);
     _variant_t v(3.0);
-    double_.longValue = VT_R8;
-    double_.answers[15] = IKQ_E_ARCHIVE_EOF;
+    m_double.longValue = VT_R8;
+    m_double.answers[15] = IKQ_E_ARCHIVE_EOF;
     EXPECT_EQ(ComErrorOf([&] { ar >> v; }), IKQ_E_ARCHIVE_EOF);
     EXPECT_EQ(v.vt, VT_R8);
     EXPECT_EQ(v.dblVal, 3.0);
 
     _variant_t s(L"kept");
-    double_.longValue = VT_BSTR;
-    double_.answers[17] = IKQ_E_ARCHIVE_EOF;
+    m_double.longValue = VT_BSTR;
+    m_double.answers[17] = IKQ_E_ARCHIVE_EOF;
     EXPECT_EQ(ComErrorOf([&] { ar >> s; }), IKQ_E_ARCHIVE_EOF);
     EXPECT_EQ(std::wstring(s.bstrVal), L"kept");
 
@@ -615,20 +615,20 @@ TEST_F(WrapperTest, FailingValueReadKeepsTheValueButNotTheTag) {
     EXPECT_EQ(d.bstrVal, nullptr);
 
     _variant_t b(true);
-    double_.longValue = VT_BOOL;
-    double_.answers[7] = IKQ_E_ARCHIVE_EOF;
+    m_double.longValue = VT_BOOL;
+    m_double.answers[7] = IKQ_E_ARCHIVE_EOF;
     EXPECT_EQ(ComErrorOf([&] { ar >> b; }), IKQ_E_ARCHIVE_EOF);
     EXPECT_EQ(b.vt, VT_BOOL);
     EXPECT_EQ(b.boolVal, VARIANT_TRUE);
 }
 
 TEST_F(WrapperTest, VariantStoreChecksEveryCall) {
-    _ar::archive ar(&double_);
-    double_.answers[12] = STG_E_WRITEFAULT;
+    _ar::archive ar(&m_double);
+    m_double.answers[12] = STG_E_WRITEFAULT;
     EXPECT_EQ(ComErrorOf([&] { ar << _variant_t(1.0); }), STG_E_WRITEFAULT);
-    EXPECT_EQ(double_.Slots(), (std::vector<int>{12})); // nothing after a failed tag
-    double_.answers.clear();
-    double_.answers[18] = STG_E_WRITEFAULT;
+    EXPECT_EQ(m_double.Slots(), (std::vector<int>{12})); // nothing after a failed tag
+    m_double.answers.clear();
+    m_double.answers[18] = STG_E_WRITEFAULT;
     EXPECT_EQ(ComErrorOf([&] { ar << _variant_t(L"x"); }), STG_E_WRITEFAULT);
 }
 

@@ -80,7 +80,8 @@ valid = false
 }
 
 // Runs Gmsh on the .geo text and writes P.msh (MSH 4.1); false with Gmsh's output on failure.
-inline ::testing::AssertionResult MeshWithGmsh(const std::filesystem::path& projectPath, const std::string& geo) {
+inline ::testing::AssertionResult MeshWithGmsh(const std::filesystem::path& projectPath,
+                                               const std::string& geo) {
     const std::filesystem::path geoFile = projectPath.string() + ".geo";
     const std::filesystem::path logFile = projectPath.string() + ".gmsh.log";
     WriteBytes(geoFile, geo);
@@ -123,8 +124,8 @@ inline void WriteProjectStrintg(const host::outcome::Project& project, unsigned 
                                 const FieldFunction& field) {
     const double a = 1.0 / std::sqrt(3.0);
     const std::vector<CKQPoint3D> quad = {{-a, -a, 0}, {a, -a, 0}, {a, a, 0}, {-a, a, 0}};
-    const std::vector<CKQPoint3D> triangle = {{1.0 / 6, 1.0 / 6, 2.0 / 3}, {2.0 / 3, 1.0 / 6, 1.0 / 6},
-                                              {1.0 / 6, 2.0 / 3, 1.0 / 6}};
+    const std::vector<CKQPoint3D> triangle = {
+        {1.0 / 6, 1.0 / 6, 2.0 / 3}, {2.0 / 3, 1.0 / 6, 1.0 / 6}, {1.0 / 6, 2.0 / 3, 1.0 / 6}};
     std::vector<std::string> records;
     for (std::size_t e = 0; e < project.mesh.elements.size(); ++e) {
         const auto& element = project.mesh.elements[e];
@@ -137,7 +138,8 @@ inline void WriteProjectStrintg(const host::outcome::Project& project, unsigned 
             std::vector<double> values = {at.x, at.y, at.z};
             for (int k = 0; k < 16; ++k)
                 values.push_back(field(k, at));
-            records.push_back(RecordLine(static_cast<int>(e + 1), static_cast<int>(p + 1), values, "%15.8E"));
+            records.push_back(
+                RecordLine(static_cast<int>(e + 1), static_cast<int>(p + 1), values, "%15.8E"));
         }
     }
     char suffix[32];

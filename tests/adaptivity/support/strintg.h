@@ -4,13 +4,15 @@
 // own text reader, and access to CAdaptiveMeshData's private parts.
 #include "adaptivity/AdaptiveMeshData.h"
 
+#include "tests/support/near.h"
+
 #include <gtest/gtest.h>
 
 #include <algorithm>
 #include <clocale>
 #include <cmath>
-#include <cstring>
 #include <cstdio>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <random>
@@ -31,9 +33,15 @@ struct CAdaptiveMeshDataTestAccess {
     static CAdaptiveMeshData::ePropertyFlag GetPropertyFlagFromName(const CString& name) {
         return CAdaptiveMeshData::GetPropertyFlagFromName(name);
     }
-    static void AddToResults(CAdaptiveMeshData& data, const Table& table) { data.AddToResults(table); }
-    static const std::array<CKQPoint3D, 4>& QuadCoords(const CAdaptiveMeshData& d) { return d.m_QuadNaturalCoords; }
-    static const std::array<CKQPoint3D, 3>& TriangleCoords(const CAdaptiveMeshData& d) { return d.m_TriangleNaturalCoords; }
+    static void AddToResults(CAdaptiveMeshData& data, const Table& table) {
+        data.AddToResults(table);
+    }
+    static const std::array<CKQPoint3D, 4>& QuadCoords(const CAdaptiveMeshData& d) {
+        return d.m_QuadNaturalCoords;
+    }
+    static const std::array<CKQPoint3D, 3>& TriangleCoords(const CAdaptiveMeshData& d) {
+        return d.m_TriangleNaturalCoords;
+    }
 };
 
 namespace slabadapt::test {
@@ -61,7 +69,9 @@ public:
     const std::filesystem::path& Path() const { return m_path; }
     std::filesystem::path operator/(const std::string& name) const { return m_path / name; }
     // A project path (without extension) in this folder, as the host gives it.
-    CString Project(const std::string& name = "P") const { return CString((m_path / name).string()); }
+    CString Project(const std::string& name = "P") const {
+        return CString((m_path / name).string());
+    }
 
 private:
     std::filesystem::path m_path;
@@ -88,9 +98,9 @@ inline std::filesystem::path StrintgFile(const ScratchDir& dir, unsigned long lo
 
 // Every column of a full STRINTG file, in file order.
 inline const std::vector<std::string>& AllColumns() {
-    static const std::vector<std::string> names = {
-        "igx", "igy", "igz", "mx", "my", "mxy", "qx", "qy", "nx", "ny", "nxy",
-        "kx",  "ky",  "kxy", "gxz", "gyz", "ex", "ey", "gxy"};
+    static const std::vector<std::string> names = {"igx", "igy", "igz", "mx",  "my", "mxy", "qx",
+                                                   "qy",  "nx",  "ny",  "nxy", "kx", "ky",  "kxy",
+                                                   "gxz", "gyz", "ex",  "ey",  "gxy"};
     return names;
 }
 
@@ -195,14 +205,19 @@ inline ::testing::AssertionResult SamePoint(const CIntegrationPointData& a,
     const double bv[] = {b.m_GlobalCoords.x, b.m_GlobalCoords.y, b.m_GlobalCoords.z};
     for (int i = 0; i < 3; ++i)
         if (!SameDouble(av[i], bv[i]))
-            return ::testing::AssertionFailure() << "coordinate " << i << ": " << av[i] << " vs " << bv[i];
+            return ::testing::AssertionFailure()
+                   << "coordinate " << i << ": " << av[i] << " vs " << bv[i];
     for (int i = 0; i < 8; ++i) {
-        if (!SameDouble(a.m_dInternalForces[static_cast<std::size_t>(i)], b.m_dInternalForces[static_cast<std::size_t>(i)]))
-            return ::testing::AssertionFailure() << "force " << i << ": " << a.m_dInternalForces[static_cast<std::size_t>(i)]
-                                                 << " vs " << b.m_dInternalForces[static_cast<std::size_t>(i)];
-        if (!SameDouble(a.m_dDeformations[static_cast<std::size_t>(i)], b.m_dDeformations[static_cast<std::size_t>(i)]))
-            return ::testing::AssertionFailure() << "deformation " << i << ": " << a.m_dDeformations[static_cast<std::size_t>(i)]
-                                                 << " vs " << b.m_dDeformations[static_cast<std::size_t>(i)];
+        if (!SameDouble(a.m_dInternalForces[static_cast<std::size_t>(i)],
+                        b.m_dInternalForces[static_cast<std::size_t>(i)]))
+            return ::testing::AssertionFailure()
+                   << "force " << i << ": " << a.m_dInternalForces[static_cast<std::size_t>(i)]
+                   << " vs " << b.m_dInternalForces[static_cast<std::size_t>(i)];
+        if (!SameDouble(a.m_dDeformations[static_cast<std::size_t>(i)],
+                        b.m_dDeformations[static_cast<std::size_t>(i)]))
+            return ::testing::AssertionFailure()
+                   << "deformation " << i << ": " << a.m_dDeformations[static_cast<std::size_t>(i)]
+                   << " vs " << b.m_dDeformations[static_cast<std::size_t>(i)];
     }
     return ::testing::AssertionSuccess();
 }
@@ -213,8 +228,8 @@ inline ::testing::AssertionResult SameTable(const CAdaptiveMeshData::Integration
         return ::testing::AssertionFailure() << "element counts " << a.size() << " vs " << b.size();
     for (std::size_t e = 0; e < a.size(); ++e) {
         if (a[e].size() != b[e].size())
-            return ::testing::AssertionFailure() << "element " << e << ": point counts " << a[e].size()
-                                                 << " vs " << b[e].size();
+            return ::testing::AssertionFailure()
+                   << "element " << e << ": point counts " << a[e].size() << " vs " << b[e].size();
         for (std::size_t p = 0; p < a[e].size(); ++p) {
             auto same = SamePoint(a[e][p], b[e][p]);
             if (!same)
@@ -224,13 +239,6 @@ inline ::testing::AssertionResult SameTable(const CAdaptiveMeshData::Integration
     return ::testing::AssertionSuccess();
 }
 
-// |a - b| <= abs + rel * max(|a|, |b|), printing both values when not.
-inline ::testing::AssertionResult Near(double a, double b, double abs = 1e-12, double rel = 1e-12) {
-    const double tol = abs + rel * std::max(std::fabs(a), std::fabs(b));
-    if (std::fabs(a - b) <= tol)
-        return ::testing::AssertionSuccess();
-    return ::testing::AssertionFailure() << a << " and " << b << " differ by " << std::fabs(a - b)
-                                         << " > " << tol;
-}
+using slabadapt::test::Near;
 
 } // namespace slabadapt::test

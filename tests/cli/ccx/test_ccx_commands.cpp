@@ -1,10 +1,11 @@
-// The command-line side: import-ccx, and --inp on an existing export subcommand (or the
-// export-inp fallback), parsed with CLI11 as the slabadapt command does.
+// The command-line side of the CalculiX commands: import-ccx and export --inp, through the
+// whole command line with its streams.
 
-#include "cli/ccx/CcxCommands.h"
+#include "cli/Commands.h"
 #include "cli/ccx/StrintgFile.h"
-#include "tests/cli/ccx/CcxTestSupport.h"
+#include "tests/support/ccx.h"
 
+#include <sstream>
 #include <string>
 #include <vector>
 
@@ -33,19 +34,24 @@ $Elements
 $EndElements
 )";
 
-/// Parses argv with a fresh app; returns the exit code the command would end with.
-int ParseArgs(CLI::App& app, std::vector<std::string> args) {
-    std::vector<char*> argv;
-    std::string name = "slabadapt";
-    argv.push_back(name.data());
-    for (auto& a : args)
-        argv.push_back(a.data());
-    try {
-        app.parse(static_cast<int>(argv.size()), argv.data());
-    } catch (const CLI::ParseError& e) {
-        return app.exit(e);
-    }
-    return 0;
+struct Outcome {
+    int code = 0;
+    std::string out;
+    std::string err;
+};
+
+/// The whole command line, as the program runs it, with its streams captured.
+Outcome Slabadapt(std::vector<std::string> args) {
+    args.insert(args.begin(), "slabadapt");
+    std::vector<const char*> argv;
+    for (const auto& a : args)
+        argv.push_back(a.c_str());
+    std::ostringstream out, err;
+    Outcome o;
+    o.code = slabadapt::cli::Main(static_cast<int>(argv.size()), argv.data(), out, err);
+    o.out = out.str();
+    o.err = err.str();
+    return o;
 }
 
 void WriteProject(const ccxtest::TempDir& dir) {
@@ -56,13 +62,14 @@ void WriteProject(const ccxtest::TempDir& dir) {
 
 } // namespace
 
-TEST(CcxCommands, ExportInpFallbackThenImportRoundTrip) {
+TEST(CcxCommands, ExportInpThenImportRoundTrip) {
     ccxtest::TempDir dir;
     WriteProject(dir);
-    CLI::App app("test");
-    RegisterCcxCommands(app);
     const std::string part = (dir / "p_mesh.inp").string();
-    ASSERT_EQ(ParseArgs(app, {"export-inp", (dir / "p").string(), part}), 0);
+    const Outcome exported = Slabadapt({"export", (dir / "p").string(), "--inp", part});
+    ASSERT_EQ(exported.code, 0) << exported.err;
+    EXPECT_NE(exported.out.find("wrote " + part + " (CalculiX S3/S4 elements"), std::string::npos)
+        << exported.out;
     const std::string text = ccxtest::ReadText(part);
     EXPECT_NE(text.find("*ELEMENT, TYPE=S4\n1, 1, 2, 3, 4\n"), std::string::npos) << text;
     EXPECT_NE(text.find("*NSET, NSET=FIXED\n1, 2, 4\n"), std::string::npos) << text;
@@ -73,70 +80,55 @@ TEST(CcxCommands, ExportInpFallbackThenImportRoundTrip) {
                                       "*BOUNDARY\nFIXED, 1, 6\n*STEP\n*STATIC\n*DLOAD\nEALL, P, 1\n"
                                       "*EL PRINT, ELSET=EALL\nS, E, COORD\n*END STEP\n");
     ccxtest::RunCcx(dir.path(), "p");
-    CLI::App app2("test");
-    RegisterCcxCommands(app2);
-    ASSERT_EQ(ParseArgs(app2, {"import-ccx", (dir / "p").string(), (dir / "p.dat").string()}), 0);
+    const Outcome imported =
+        Slabadapt({"import-ccx", (dir / "p").string(), (dir / "p.dat").string()});
+    ASSERT_EQ(imported.code, 0) << imported.err;
+    EXPECT_NE(imported.out.find("step 1 (time 1) -> load case 1 (index 1): "), std::string::npos)
+        << imported.out;
     const auto table = slabadapt::ccx::ReadStrintg(dir / "p.STRINTG0001");
     ASSERT_EQ(table.size(), 1u);
     EXPECT_EQ(table[0].size(), 4u);
     EXPECT_NE(table[0][0].forces[0], 0.0);
 }
 
-TEST(CcxCommands, InpIsAddedToAnExistingExportSubcommand) {
+TEST(CcxCommands, InpIsAnExportFormatBesideVtu) {
     ccxtest::TempDir dir;
     WriteProject(dir);
-    CLI::App app("test");
-    std::string project;
-    std::string vtu;
-    bool exportCallbackRan = false;
-    auto* exp = app.add_subcommand("export", "export");
-    exp->add_option("project", project)->required();
-    exp->add_option("--vtu", vtu);
-    exp->callback([&] { exportCallbackRan = true; });
-    RegisterCcxCommands(app);
-    EXPECT_THROW(app.get_subcommand("export-inp"), CLI::OptionNotFound);
     const std::string file = (dir / "walls.inp").string();
-    ASSERT_EQ(ParseArgs(app, {"export", (dir / "p").string(), "--inp", file, "--inp-type",
-                              "plane-stress"}),
-              0);
-    EXPECT_TRUE(exportCallbackRan);
+    const Outcome o =
+        Slabadapt({"export", (dir / "p").string(), "--inp", file, "--inp-type", "plane-stress"});
+    ASSERT_EQ(o.code, 0) << o.err;
     EXPECT_NE(ccxtest::ReadText(file).find("*ELEMENT, TYPE=CPS4\n"), std::string::npos);
+    // There is no command of its own for it.
+    EXPECT_EQ(Slabadapt({"export-inp", (dir / "p").string(), file}).code,
+              slabadapt::cli::kExitUsage);
+    // The help of export names it.
+    EXPECT_NE(Slabadapt({"help", "export"}).out.find("--inp-type"), std::string::npos);
 }
 
 TEST(CcxCommands, FailuresEndWithAnExitCodeAndAMessage) {
     ccxtest::TempDir dir;
     WriteProject(dir);
     ccxtest::WriteText(dir / "empty.dat", "\n");
-    CLI::App app("test");
-    RegisterCcxCommands(app);
-    testing::internal::CaptureStderr();
-    const int rc =
-        ParseArgs(app, {"import-ccx", (dir / "p").string(), (dir / "empty.dat").string()});
-    const std::string err = testing::internal::GetCapturedStderr();
-    EXPECT_EQ(rc, 65);
-    EXPECT_NE(err.find("slabadapt: "), std::string::npos) << err;
-    EXPECT_NE(err.find("no *EL PRINT results"), std::string::npos) << err;
+    const Outcome empty =
+        Slabadapt({"import-ccx", (dir / "p").string(), (dir / "empty.dat").string()});
+    EXPECT_EQ(empty.code, slabadapt::cli::kExitDataError);
+    EXPECT_NE(empty.err.find("slabadapt: "), std::string::npos) << empty.err;
+    EXPECT_NE(empty.err.find("no *EL PRINT results"), std::string::npos) << empty.err;
+    EXPECT_EQ(empty.out, "");
 
-    CLI::App app4("test");
-    RegisterCcxCommands(app4);
-    testing::internal::CaptureStderr();
-    const int wrc = ParseArgs(
-        app4, {"export-inp", (dir / "p").string(), (dir / "no" / "such" / "dir.inp").string()});
-    testing::internal::GetCapturedStderr();
-    EXPECT_EQ(wrc, 74);
+    const Outcome unwritable = Slabadapt(
+        {"export", (dir / "p").string(), "--inp", (dir / "no" / "such" / "dir.inp").string()});
+    EXPECT_EQ(unwritable.code, slabadapt::cli::kExitCannotWrite) << unwritable.err;
+    EXPECT_NE(unwritable.err.find("slabadapt: "), std::string::npos) << unwritable.err;
 
     // Usage errors are CLI11's: a missing results file, an unknown family.
-    CLI::App app2("test");
-    RegisterCcxCommands(app2);
-    testing::internal::CaptureStderr();
-    EXPECT_NE(ParseArgs(app2, {"import-ccx", (dir / "p").string(), (dir / "missing.dat").string()}),
-              0);
-    CLI::App app3("test");
-    RegisterCcxCommands(app3);
-    EXPECT_NE(ParseArgs(app3, {"import-ccx", (dir / "p").string(), (dir / "empty.dat").string(),
-                               "--family", "walls"}),
-              0);
-    const std::string usage = testing::internal::GetCapturedStderr();
-    EXPECT_NE(usage.find("missing.dat"), std::string::npos) << usage;
-    EXPECT_NE(usage.find("walls"), std::string::npos) << usage;
+    const Outcome missing =
+        Slabadapt({"import-ccx", (dir / "p").string(), (dir / "missing.dat").string()});
+    EXPECT_EQ(missing.code, slabadapt::cli::kExitUsage);
+    EXPECT_NE(missing.err.find("missing.dat"), std::string::npos) << missing.err;
+    const Outcome family = Slabadapt(
+        {"import-ccx", (dir / "p").string(), (dir / "empty.dat").string(), "--family", "walls"});
+    EXPECT_EQ(family.code, slabadapt::cli::kExitUsage);
+    EXPECT_NE(family.err.find("walls"), std::string::npos) << family.err;
 }

@@ -3,7 +3,7 @@
 
 #include "cli/ccx/CcxImport.h"
 #include "cli/ccx/InpWriter.h"
-#include "tests/cli/ccx/CcxTestSupport.h"
+#include "tests/support/ccx.h"
 
 #include <array>
 #include <cmath>

@@ -2,7 +2,7 @@
 
 #include "cli/ccx/DatFile.h"
 #include "cli/ccx/ProjectMesh.h"
-#include "tests/cli/ccx/CcxTestSupport.h"
+#include "tests/support/ccx.h"
 
 using namespace slabadapt::ccx;
 

@@ -2,7 +2,7 @@
 // the node sets of physical curves and points added.
 
 #include "cli/ccx/ProjectMesh.h"
-#include "tests/cli/ccx/CcxTestSupport.h"
+#include "tests/support/ccx.h"
 
 using namespace slabadapt::ccx;
 using ccxtest::Close;

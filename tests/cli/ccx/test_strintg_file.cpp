@@ -1,7 +1,7 @@
 // The STRINTG writer: file name, the fixed columns the module's reader cuts, and read-back.
 
 #include "cli/ccx/StrintgFile.h"
-#include "tests/cli/ccx/CcxTestSupport.h"
+#include "tests/support/ccx.h"
 
 #include <clocale>
 #include <sstream>

@@ -6,7 +6,7 @@
 #include "adaptivity/AdaptiveMeshData.h"
 #include "cli/ccx/CcxImport.h"
 #include "cli/ccx/InpWriter.h"
-#include "tests/cli/ccx/CcxTestSupport.h"
+#include "tests/support/ccx.h"
 
 using namespace slabadapt::ccx;
 using ccxtest::Close;

@@ -1,6 +1,6 @@
 #include "host/calclink/solver_writer.h"
 #include "host/outcome/project.h"
-#include "tests/host/outcome/project_fixture.h"
+#include "tests/support/host_project_fixture.h"
 
 #include <gmock/gmock.h>
 
@@ -39,11 +39,13 @@ TEST_F(SolverWriterTest, OneEntryPerElementWithTheNodalSizes) {
     writer.WriteMeshRefinements(CString(Project().string()), sizes, Coordinates(mesh));
     std::string pos = Read(Dir() / "proj.refine.pos");
     // Element 1 has nodes 1, 3, 6; element 2 nodes 1, 4, 3; element 3 nodes 4, 2, 5, 3.
-    EXPECT_EQ(pos, "View \"refinement\" {\n"
-                   "ST(0,0,0,2,2,0,0,2,0){0.10000000000000001,0.29999999999999999,0.59999999999999998};\n"
-                   "ST(0,0,0,2,0,0,2,2,0){0.10000000000000001,0.40000000000000002,0.29999999999999999};\n"
-                   "SQ(2,0,0,4,0,0,4,2,0,2,2,0){0.40000000000000002,0.20000000000000001,0.5,0.29999999999999999};\n"
-                   "};\n");
+    EXPECT_EQ(
+        pos, "View \"refinement\" {\n"
+             "ST(0,0,0,2,2,0,0,2,0){0.10000000000000001,0.29999999999999999,0.59999999999999998};\n"
+             "ST(0,0,0,2,0,0,2,2,0){0.10000000000000001,0.40000000000000002,0.29999999999999999};\n"
+             "SQ(2,0,0,4,0,0,4,2,0,2,2,0){0.40000000000000002,0.20000000000000001,0.5,0."
+             "29999999999999999};\n"
+             "};\n");
     EXPECT_FALSE(std::filesystem::exists(Dir() / "proj.refine.pos.tmp"));
 }
 
@@ -51,8 +53,10 @@ TEST_F(SolverWriterTest, CoordinatesAreTakenAsGiven) {
     Mesh mesh = MakeShuffledProject();
     auto nodes = Coordinates(mesh);
     nodes[0] = CKQPoint3D(-0.5, 0.25, 1e-3);
-    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), std::vector<double>(6, 1.0), nodes);
-    EXPECT_THAT(Read(Dir() / "proj.refine.pos"), HasSubstr("ST(-0.5,0.25,0.001,2,2,0,0,2,0){1,1,1};"));
+    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()),
+                                              std::vector<double>(6, 1.0), nodes);
+    EXPECT_THAT(Read(Dir() / "proj.refine.pos"),
+                HasSubstr("ST(-0.5,0.25,0.001,2,2,0,0,2,0){1,1,1};"));
 }
 
 TEST_F(SolverWriterTest, TheLocaleDoesNotChangeTheNumbers) {
@@ -60,8 +64,8 @@ TEST_F(SolverWriterTest, TheLocaleDoesNotChangeTheNumbers) {
     std::string saved = std::setlocale(LC_NUMERIC, nullptr);
     if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") == nullptr)
         GTEST_FAIL() << "the de_DE.UTF-8 locale is needed (scripts/install-deps.sh makes it)";
-    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), std::vector<double>(6, 0.25),
-                                              Coordinates(mesh));
+    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()),
+                                              std::vector<double>(6, 0.25), Coordinates(mesh));
     std::setlocale(LC_NUMERIC, saved.c_str());
     EXPECT_THAT(Read(Dir() / "proj.refine.pos"), HasSubstr("{0.25,0.25,0.25}"));
 }
@@ -70,8 +74,10 @@ TEST_F(SolverWriterTest, SizesMustMatchTheMeshAndBePositive) {
     Mesh mesh = MakeShuffledProject();
     CSolverFEMcoWriter writer;
     CString p(Project().string());
-    EXPECT_THROW(writer.WriteMeshRefinements(p, std::vector<double>(5, 1.0), Coordinates(mesh)), std::invalid_argument);
-    EXPECT_THROW(writer.WriteMeshRefinements(p, std::vector<double>(6, 1.0), {}), std::invalid_argument);
+    EXPECT_THROW(writer.WriteMeshRefinements(p, std::vector<double>(5, 1.0), Coordinates(mesh)),
+                 std::invalid_argument);
+    EXPECT_THROW(writer.WriteMeshRefinements(p, std::vector<double>(6, 1.0), {}),
+                 std::invalid_argument);
     std::vector<double> sizes(6, 1.0);
     sizes[3] = 0.0;
     try {
@@ -95,8 +101,9 @@ TEST_F(SolverWriterTest, AnEmptyModelGivesAViewWithoutEntries) {
     CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {}, {});
     EXPECT_EQ(Read(Dir() / "proj.refine.pos"), "View \"refinement\" {\n};\n");
     // Sizes for nodes the empty mesh does not have are still refused.
-    EXPECT_THROW(CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {0.5}, {{0, 0, 0}}),
-                 std::invalid_argument);
+    EXPECT_THROW(
+        CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {0.5}, {{0, 0, 0}}),
+        std::invalid_argument);
 }
 
 // What the hook saw of one call.
@@ -108,7 +115,9 @@ struct HookCall {
 
 host::calclink::WriteMeshRefinementsHook Recorder(std::vector<HookCall>& calls) {
     return [&calls](const CString& projectPath, const std::vector<double>& refinement,
-                    const std::vector<CKQPoint3D>& nodes) { calls.push_back({projectPath, refinement, nodes}); };
+                    const std::vector<CKQPoint3D>& nodes) {
+        calls.push_back({projectPath, refinement, nodes});
+    };
 }
 
 TEST_F(SolverWriterTest, TheHookReceivesTheArgumentsInsteadOfTheFile) {
@@ -129,8 +138,9 @@ TEST_F(SolverWriterTest, TheHookReceivesTheArgumentsInsteadOfTheFile) {
     EXPECT_EQ(calls[0].nodes[1].z, 6.0);
     EXPECT_TRUE(std::filesystem::is_empty(Dir()));
     // Once the scope ends the writer writes again (and here finds no mesh).
-    EXPECT_THROW(CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), refinement, nodes),
-                 host::outcome::ProjectError);
+    EXPECT_THROW(
+        CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), refinement, nodes),
+        host::outcome::ProjectError);
     EXPECT_EQ(calls.size(), 1u);
 }
 
@@ -178,9 +188,12 @@ TEST_F(SolverWriterTest, WriteSizeFieldChecksTheTopology) {
     std::vector<CKQPoint3D> nodes = {{0, 0, 0}, {1, 0, 0}, {0, 1, 0}};
     std::vector<double> sizes = {1, 1, 1};
     auto pos = Dir() / "x.pos";
-    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{1, 2}}, sizes, nodes), std::invalid_argument);
-    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{1, 2, 4}}, sizes, nodes), std::invalid_argument);
-    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{0, 1, 2}}, sizes, nodes), std::invalid_argument);
+    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{1, 2}}, sizes, nodes),
+                 std::invalid_argument);
+    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{1, 2, 4}}, sizes, nodes),
+                 std::invalid_argument);
+    EXPECT_THROW(host::calclink::WriteSizeField(pos, {{0, 1, 2}}, sizes, nodes),
+                 std::invalid_argument);
     host::calclink::WriteSizeField(pos, {{1, 2, 3}}, sizes, nodes);
     EXPECT_EQ(Read(pos), "View \"refinement\" {\nST(0,0,0,1,0,0,0,1,0){1,1,1};\n};\n");
 }
@@ -229,11 +242,12 @@ TEST_F(SolverWriterTest, GmshRemeshesFollowingTheWrittenField) {
     std::vector<double> sizes;
     for (const auto& n : mesh.nodes)
         sizes.push_back(TargetSize(n.position.x));
-    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), sizes, Coordinates(mesh));
+    CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), sizes,
+                                              Coordinates(mesh));
 
     auto refined = Dir() / "refined.msh";
-    Gmsh("\"" + (DataDir() / "remesh_square.geo").string() + "\" -2 -bgm \"" + (Dir() / "proj.refine.pos").string() +
-         "\" -format msh41 -o \"" + refined.string() + "\"");
+    Gmsh("\"" + (DataDir() / "remesh_square.geo").string() + "\" -2 -bgm \"" +
+         (Dir() / "proj.refine.pos").string() + "\" -format msh41 -o \"" + refined.string() + "\"");
     Mesh next = ReadMesh(refined);
 
     std::size_t fineCount = 0;
@@ -245,8 +259,10 @@ TEST_F(SolverWriterTest, GmshRemeshesFollowingTheWrittenField) {
     RecordProperty("fine_mean_edge", std::to_string(fine));
     RecordProperty("coarse_mean_edge", std::to_string(coarse));
     // Within 30 % of each target, both ways.
-    EXPECT_LE(std::fabs(fine - 0.25), 0.30 * 0.25) << "fine region: mean edge " << fine << " for a target of 0.25";
-    EXPECT_LE(std::fabs(coarse - 1.0), 0.30 * 1.0) << "coarse region: mean edge " << coarse << " for a target of 1.0";
+    EXPECT_LE(std::fabs(fine - 0.25), 0.30 * 0.25)
+        << "fine region: mean edge " << fine << " for a target of 0.25";
+    EXPECT_LE(std::fabs(coarse - 1.0), 0.30 * 1.0)
+        << "coarse region: mean edge " << coarse << " for a target of 1.0";
     EXPECT_GT(next.elements.size(), 2 * mesh.elements.size());
 }
 

@@ -93,9 +93,13 @@ TEST(CStringTest, FormatReadsNarrowArgumentsAsUtf8WhateverTheLocale) {
     std::setlocale(LC_CTYPE, "C");
     std::setlocale(LC_NUMERIC, "C");
     CString s;
-    s.Format(L"%hs|%S|%.1f", "Ve\xc4\x8D" "ern\xC3\xAD", "stropn\xC3\xAD deska", 2.5);
+    s.Format(L"%hs|%S|%.1f",
+             "Ve\xc4\x8D"
+             "ern\xC3\xAD",
+             "stropn\xC3\xAD deska", 2.5);
     EXPECT_EQ(s, L"Ve\u010Dern\u00ED|stropn\u00ED deska|2.5");
-    EXPECT_EQ(CString(L"Ve\u010Dern\u00ED"), CString("Ve\xc4\x8D" "ern\xC3\xAD"));
+    EXPECT_EQ(CString(L"Ve\u010Dern\u00ED"), CString("Ve\xc4\x8D"
+                                                     "ern\xC3\xAD"));
     if (std::setlocale(LC_NUMERIC, "de_DE.UTF-8") != nullptr) {
         s.Format(L"%hs %.1f", "\xC3\xA9", 2.5);
         EXPECT_EQ(s, L"\u00E9 2,5");

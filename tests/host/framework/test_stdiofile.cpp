@@ -67,12 +67,14 @@ TEST_F(StdioFileTest, OpeningAMissingFileFailsWithTheReason) {
     CString line(L"stale");
     EXPECT_FALSE(file.ReadString(line));
     EXPECT_TRUE(line.IsEmpty());
-    EXPECT_THROW(CStdioFile((m_path.wstring() + L".none").c_str(), CFile::modeRead), CFileException);
+    EXPECT_THROW(CStdioFile((m_path.wstring() + L".none").c_str(), CFile::modeRead),
+                 CFileException);
 }
 
 TEST_F(StdioFileTest, WritesAndReadsBack) {
     {
-        CStdioFile out(m_path.wstring().c_str(), CFile::modeCreate | CFile::modeWrite | CFile::typeText);
+        CStdioFile out(m_path.wstring().c_str(),
+                       CFile::modeCreate | CFile::modeWrite | CFile::typeText);
         out.WriteString(L"one\n");
         out.WriteString(L"dvě\n");
     }

@@ -2,7 +2,7 @@
 // that lists no slab; every other combination stays refused.
 #include "host/outcome/project.h"
 #include "host/outcome/results_api.h"
-#include "tests/host/outcome/project_fixture.h"
+#include "tests/support/host_project_fixture.h"
 
 #include <gmock/gmock.h>
 
@@ -17,9 +17,11 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 // What Gmsh 4.11 saves for a model without geometry: no $Nodes and no $Elements.
-constexpr const char* kEmpty41 = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 0 0\n$EndEntities\n";
+constexpr const char* kEmpty41 =
+    "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 0 0\n$EndEntities\n";
 // Version 2.2 keeps the sections, with counts of 0.
-constexpr const char* kEmpty22 = "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n0\n$EndNodes\n$Elements\n0\n$EndElements\n";
+constexpr const char* kEmpty22 =
+    "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n0\n$EndNodes\n$Elements\n0\n$EndElements\n";
 // Load cases, but no slab.
 constexpr const char* kNoSlabToml = "title = \"nothing yet\"\n[[load_case]]\nid = 101\nindex = 1\n";
 
@@ -75,7 +77,8 @@ TEST_F(EmptyModelTest, VersionTwoTwoAndAnEmptyDataFileOpenToo) {
 }
 
 TEST_F(EmptyModelTest, NodesThatNoElementUsesAreLeftOut) {
-    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n2\n1 0 0 0\n2 1 0 0\n$EndNodes\n$Elements\n0\n"
+    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n2\n1 0 0 0\n2 1 0 "
+                "0\n$EndNodes\n$Elements\n0\n"
                 "$EndElements\n",
                 "");
     ExpectEmpty(LoadProject(Project()).mesh);
@@ -123,7 +126,8 @@ TEST_F(EmptyModelTest, ASlabInTheDataWithAnEmptyMeshIsRefused) {
     const ProjectError e = LoadError();
     EXPECT_EQ(e.file().filename(), "proj.toml");
     EXPECT_EQ(e.line(), 4u);
-    EXPECT_THAT(e.what(), HasSubstr("proj.toml:4: slab with tag 4 has no physical surface 4 in proj.msh"));
+    EXPECT_THAT(e.what(),
+                HasSubstr("proj.toml:4: slab with tag 4 has no physical surface 4 in proj.msh"));
     CKQ_ResultsAPI store;
     EXPECT_EQ(Open(store), CKQ_FemResultsAPI::eIR_ProjectDataInvalid);
     EXPECT_FALSE(store.IsOpen());
@@ -134,35 +138,42 @@ TEST_F(EmptyModelTest, AnEmptyMeshWithoutDataFileIsRefused) {
     const ProjectError e = LoadError();
     EXPECT_EQ(e.file().filename(), "proj.msh");
     EXPECT_EQ(e.line(), 0u);
-    EXPECT_THAT(e.what(), HasSubstr("proj.msh: the mesh has no physical surface; define each slab as a Physical Surface"));
+    EXPECT_THAT(
+        e.what(),
+        HasSubstr(
+            "proj.msh: the mesh has no physical surface; define each slab as a Physical Surface"));
     CKQ_ResultsAPI store;
     EXPECT_EQ(Open(store), CKQ_FemResultsAPI::eIR_MeshInvalid);
 }
 
 TEST_F(EmptyModelTest, APhysicalSurfaceWithoutElementsIsStillRefused) {
-    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n2 5 \"floor\"\n$EndPhysicalNames\n"
+    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n2 5 "
+                "\"floor\"\n$EndPhysicalNames\n"
                 "$Nodes\n0\n$EndNodes\n$Elements\n0\n$EndElements\n",
                 "");
     EXPECT_THAT(LoadError().what(), HasSubstr("physical surface 5 has no elements"));
 }
 
 TEST_F(EmptyModelTest, LinesWithoutAnySurfaceAreStillRefused) {
-    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n1 9 \"edge\"\n$EndPhysicalNames\n"
-                "$Nodes\n2\n1 0 0 0\n2 1 0 0\n$EndNodes\n$Elements\n1\n1 1 2 9 1 1 2\n$EndElements\n",
-                "");
+    MakeProject(
+        "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n1 9 \"edge\"\n$EndPhysicalNames\n"
+        "$Nodes\n2\n1 0 0 0\n2 1 0 0\n$EndNodes\n$Elements\n1\n1 1 2 9 1 1 2\n$EndElements\n",
+        "");
     EXPECT_THAT(LoadError().what(), HasSubstr("the mesh has no physical surface"));
 }
 
 TEST_F(EmptyModelTest, SurfaceElementsWithoutPhysicalSurfaceAreStillRefused) {
-    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n3\n1 0 0 0\n2 1 0 0\n3 1 1 0\n$EndNodes\n"
-                "$Elements\n1\n1 2 0 1 2 3\n$EndElements\n",
-                "");
+    MakeProject(
+        "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n3\n1 0 0 0\n2 1 0 0\n3 1 1 0\n$EndNodes\n"
+        "$Elements\n1\n1 2 0 1 2 3\n$EndElements\n",
+        "");
     EXPECT_THAT(LoadError().what(), HasSubstr("element 1 (surface 0) is in no physical surface"));
 }
 
 TEST_F(EmptyModelTest, AMissingElementsSectionDoesNotHideAPhysicalSurface) {
     // Without $Elements the mesh has no elements, but the named surface still wants some.
-    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n2 5 \"floor\"\n$EndPhysicalNames\n"
+    MakeProject("$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$PhysicalNames\n1\n2 5 "
+                "\"floor\"\n$EndPhysicalNames\n"
                 "$Nodes\n0\n$EndNodes\n",
                 "");
     EXPECT_THAT(LoadError().what(), HasSubstr("physical surface 5 has no elements"));

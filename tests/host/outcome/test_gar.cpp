@@ -1,5 +1,5 @@
 #include "host/outcome/gar.h"
-#include "tests/host/outcome/project_fixture.h"
+#include "tests/support/host_project_fixture.h"
 
 #include <gmock/gmock.h>
 #include <sqlite3.h>
@@ -16,14 +16,17 @@ using namespace Outcome64Enums;
 using ::testing::HasSubstr;
 
 // {AC98000C-E79E-4365-877E-0A3F95AA42F4}
-constexpr GUID kType = {0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
+constexpr GUID kType = {
+    0xAC98000C, 0xE79E, 0x4365, {0x87, 0x7E, 0x0A, 0x3F, 0x95, 0xAA, 0x42, 0xF4}};
 
 CKQ_ResultKey SlabKey(int slab, int loadCase = 1) {
-    return CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, slab), CResultCase(eDs_LoadCase, loadCase, 0, false), 0,
-                         eCS_Local, eRL_Element, eEE_None);
+    return CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, slab),
+                         CResultCase(eDs_LoadCase, loadCase, 0, false), 0, eCS_Local, eRL_Element,
+                         eEE_None);
 }
 
-CKQ_Result Table(const CKQ_ResultKey& key, unsigned long firstElement, unsigned long rows, double base) {
+CKQ_Result Table(const CKQ_ResultKey& key, unsigned long firstElement, unsigned long rows,
+                 double base) {
     std::vector<unsigned long> ids(rows);
     for (unsigned long r = 0; r < rows; ++r)
         ids[r] = firstElement + r;
@@ -50,11 +53,13 @@ protected:
         auto collect = [](void* target, int n, char** values, char**) {
             auto* s = static_cast<std::string*>(target);
             for (int i = 0; i < n; ++i)
-                *s += (s->empty() ? "" : "|") + std::string(values[i] != nullptr ? values[i] : "NULL");
+                *s += (s->empty() ? "" : "|") +
+                      std::string(values[i] != nullptr ? values[i] : "NULL");
             return 0;
         };
         char* error = nullptr;
-        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &out, &error), SQLITE_OK) << (error ? error : "");
+        EXPECT_EQ(sqlite3_exec(db, sql.c_str(), collect, &out, &error), SQLITE_OK)
+            << (error ? error : "");
         sqlite3_free(error);
         sqlite3_close(db);
         return out;
@@ -84,7 +89,8 @@ TEST_F(GarTest, UnsetCellsAreNullAndComeBackAsNaN) {
     CKQ_Result saved(SlabKey(1), {1, 0, 3}, 2);
     saved.SetValue(0, 0, 1.25);
     GarStore(Gar()).Save(saved);
-    EXPECT_EQ(Query("SELECT row, element_id, v0, v1 FROM \"" + GarStore::TableName(SlabKey(1)) + "\" ORDER BY row"),
+    EXPECT_EQ(Query("SELECT row, element_id, v0, v1 FROM \"" + GarStore::TableName(SlabKey(1)) +
+                    "\" ORDER BY row"),
               "0|1|1.25|NULL|1|0|NULL|NULL|2|3|NULL|NULL");
     auto loaded = GarStore(Gar(), false).Load(SlabKey(1));
     ASSERT_TRUE(loaded);
@@ -98,11 +104,14 @@ TEST_F(GarTest, PlainQueriesAnswerFromTheCatalogAndTheTables) {
     store.Save(Table(SlabKey(1), 1, 2, 0.0));
     store.Save(Table(SlabKey(2), 3, 4, 100.0));
     EXPECT_EQ(Query("SELECT value FROM gar_info WHERE key = 'format'"), "1");
-    EXPECT_EQ(Query("SELECT ds_id, row_count, column_count FROM gar_results ORDER BY ds_id"), "1|2|4|2|4|4");
-    EXPECT_EQ(Query("SELECT result_type FROM gar_results WHERE ds_id = 2"), "{AC98000C-E79E-4365-877E-0A3F95AA42F4}");
+    EXPECT_EQ(Query("SELECT ds_id, row_count, column_count FROM gar_results ORDER BY ds_id"),
+              "1|2|4|2|4|4");
+    EXPECT_EQ(Query("SELECT result_type FROM gar_results WHERE ds_id = 2"),
+              "{AC98000C-E79E-4365-877E-0A3F95AA42F4}");
     EXPECT_EQ(Query("SELECT table_name FROM gar_results WHERE ds_id = 2"),
               "r_AC98000CE79E4365877E0A3F95AA42F4_ds2_2_case3_1_0_0_f0_cs1_loc0_env0");
-    EXPECT_EQ(Query("SELECT element_id, v2 FROM r_AC98000CE79E4365877E0A3F95AA42F4_ds2_2_case3_1_0_0_f0_cs1_loc0_env0 "
+    EXPECT_EQ(Query("SELECT element_id, v2 FROM "
+                    "r_AC98000CE79E4365877E0A3F95AA42F4_ds2_2_case3_1_0_0_f0_cs1_loc0_env0 "
                     "WHERE row = 3"),
               "6|132.0");
 }
@@ -110,7 +119,8 @@ TEST_F(GarTest, PlainQueriesAnswerFromTheCatalogAndTheTables) {
 TEST_F(GarTest, TheSqliteShellReadsTheStore) {
     GarStore(Gar()).Save(Table(SlabKey(1), 1, 2, 0.0));
     std::string out = (Dir() / "shell.txt").string();
-    std::string command = "sqlite3 \"" + Gar().string() + "\" \"SELECT count(*) FROM gar_results;\" > \"" + out + "\"";
+    std::string command = "sqlite3 \"" + Gar().string() +
+                          "\" \"SELECT count(*) FROM gar_results;\" > \"" + out + "\"";
     ASSERT_EQ(std::system(command.c_str()), 0);
     EXPECT_EQ(Read(out), "1\n");
 }
@@ -136,28 +146,29 @@ TEST_F(GarTest, EveryPartOfTheKeyCounts) {
     CKQ_ResultKey base = SlabKey(1);
     std::vector<CKQ_ResultKey> keys = {
         base,
-        CKQ_ResultKey(GUID_NULL, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Local,
-                      eRL_Element, eEE_None),
-        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 2, false), 0, eCS_Local,
-                      eRL_Element, eEE_None),
-        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, true), 0, eCS_Local,
-                      eRL_Element, eEE_None),
-        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 3, eCS_Local,
-                      eRL_Element, eEE_None),
-        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Global,
-                      eRL_Element, eEE_None),
-        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Local,
-                      eRL_Node, eEE_None),
-        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0, eCS_Local,
-                      eRL_Element, eEE_Maximum),
-        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, -1), CResultCase(eDs_Combination, -4, 0, false), 0, eCS_Local,
-                      eRL_Element, eEE_None),
+        CKQ_ResultKey(GUID_NULL, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false),
+                      0, eCS_Local, eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 2, false), 0,
+                      eCS_Local, eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, true), 0,
+                      eCS_Local, eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 3,
+                      eCS_Local, eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0,
+                      eCS_Global, eRL_Element, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0,
+                      eCS_Local, eRL_Node, eEE_None),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, 1), CResultCase(eDs_LoadCase, 1, 0, false), 0,
+                      eCS_Local, eRL_Element, eEE_Maximum),
+        CKQ_ResultKey(kType, CKQ_DsObject(eDs_Slab, -1), CResultCase(eDs_Combination, -4, 0, false),
+                      0, eCS_Local, eRL_Element, eEE_None),
     };
     for (std::size_t i = 0; i < keys.size(); ++i)
         store.Save(Table(keys[i], 1, 1, static_cast<double>(i)));
     ASSERT_EQ(store.List().size(), keys.size());
     for (std::size_t i = 0; i < keys.size(); ++i)
-        EXPECT_EQ(store.Load(keys[i])->GetValue(0, 0), static_cast<double>(i)) << keys[i].ToString();
+        EXPECT_EQ(store.Load(keys[i])->GetValue(0, 0), static_cast<double>(i))
+            << keys[i].ToString();
 }
 
 TEST_F(GarTest, SavingAgainReplacesTheResult) {
@@ -203,7 +214,8 @@ TEST_F(GarTest, AFailureMidSaveLeavesTheEarlierResult) {
 
 TEST_F(GarTest, AFailedFirstSaveLeavesNoTable) {
     GarStore store(Gar());
-    host::outcome::SetSaveRowHook([](const CKQ_ResultKey&, unsigned long) { throw std::runtime_error("fail"); });
+    host::outcome::SetSaveRowHook(
+        [](const CKQ_ResultKey&, unsigned long) { throw std::runtime_error("fail"); });
     EXPECT_THROW(store.Save(Table(SlabKey(4), 1, 3, 0.0)), std::runtime_error);
     host::outcome::SetSaveRowHook({});
     EXPECT_TRUE(store.List().empty());
@@ -233,7 +245,8 @@ TEST_F(GarDeathTest, ACrashMidSaveLeavesTheEarlierResult) {
 }
 
 TEST_F(GarTest, AFileThatIsNoStore) {
-    Write("proj.GAR", "this is not a database, just some text that is long enough to look like one........");
+    Write("proj.GAR",
+          "this is not a database, just some text that is long enough to look like one........");
     EXPECT_THROW(GarStore store(Gar()), GarError);
     EXPECT_THROW(GarStore store(Dir() / "missing.GAR", false), GarError);
 }
@@ -260,7 +273,9 @@ TEST_F(GarTest, ReadingWritesNothingAndDoesNotWaitForASave) {
 TEST_F(GarTest, ADatabaseOfAnotherKindIsRefusedAndLeftAsItIs) {
     sqlite3* db = nullptr;
     ASSERT_EQ(sqlite3_open(Gar().c_str(), &db), SQLITE_OK);
-    ASSERT_EQ(sqlite3_exec(db, "CREATE TABLE t(x); INSERT INTO t VALUES (1);", nullptr, nullptr, nullptr), SQLITE_OK);
+    ASSERT_EQ(
+        sqlite3_exec(db, "CREATE TABLE t(x); INSERT INTO t VALUES (1);", nullptr, nullptr, nullptr),
+        SQLITE_OK);
     sqlite3_close(db);
     try {
         GarStore store(Gar(), false);
@@ -310,8 +325,8 @@ TEST(CKQ_ResultTest, CellsGrowColumnsAndCheckRows) {
 }
 
 TEST(CKQ_ResultKeyTest, ReadableForm) {
-    EXPECT_EQ(SlabKey(3, 2).ToString(),
-              "{AC98000C-E79E-4365-877E-0A3F95AA42F4} slab 3, load case 2/0/0, flags 0, cs 1, loc 0, env 0");
+    EXPECT_EQ(SlabKey(3, 2).ToString(), "{AC98000C-E79E-4365-877E-0A3F95AA42F4} slab 3, load case "
+                                        "2/0/0, flags 0, cs 1, loc 0, env 0");
     EXPECT_LT(SlabKey(1, 2), SlabKey(2, 1));
     EXPECT_EQ(SlabKey(1), SlabKey(1));
 }

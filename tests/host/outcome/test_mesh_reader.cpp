@@ -1,5 +1,5 @@
 #include "host/outcome/project.h"
-#include "tests/host/outcome/project_fixture.h"
+#include "tests/support/host_project_fixture.h"
 
 #include <gmock/gmock.h>
 
@@ -59,9 +59,9 @@ void ExpectShuffledModel(const Mesh& mesh) {
     EXPECT_EQ(mesh.elements[2].nodes, (std::vector<unsigned long>{4, 2, 5, 3}));
     EXPECT_EQ(mesh.elements[2].slab, 2u);
 
-    EXPECT_TRUE(Near(mesh.ElementArea(1), 2.0));
-    EXPECT_TRUE(Near(mesh.ElementArea(2), 2.0));
-    EXPECT_TRUE(Near(mesh.ElementArea(3), 4.0));
+    EXPECT_TRUE(Near(mesh.ElementArea(1), 2.0, 1e-12, 1e-12));
+    EXPECT_TRUE(Near(mesh.ElementArea(2), 2.0, 1e-12, 1e-12));
+    EXPECT_TRUE(Near(mesh.ElementArea(3), 4.0, 1e-12, 1e-12));
 }
 
 TEST_F(MeshReaderTest, Version41WithNodesSpreadOverEntityBlocksIsNumberedByTag) {
@@ -81,10 +81,10 @@ TEST_F(MeshReaderTest, Version22GivesTheSameNumbering) {
 TEST_F(MeshReaderTest, QuadrilateralAreaIsHalfTheCrossProductOfItsDiagonals) {
     // A skew, non-planar quadrilateral: the diagonals (2,1,1) and (-1,2,0) give
     // |d1 x d2| = |(-2,-1,5)| = sqrt(30).
-    Mesh mesh = ReadMesh(Write("q.msh", std::string(kHead22) +
-                                            "$Nodes\n4\n1 0 0 0\n2 1 0 0\n3 2 1 1\n4 0 2 0\n$EndNodes\n"
-                                            "$Elements\n1\n1 3 2 1 1 1 2 3 4\n$EndElements\n"));
-    EXPECT_TRUE(Near(mesh.ElementArea(1), 0.5 * std::sqrt(30.0)));
+    Mesh mesh = ReadMesh(Write(
+        "q.msh", std::string(kHead22) + "$Nodes\n4\n1 0 0 0\n2 1 0 0\n3 2 1 1\n4 0 2 0\n$EndNodes\n"
+                                        "$Elements\n1\n1 3 2 1 1 1 2 3 4\n$EndElements\n"));
+    EXPECT_TRUE(Near(mesh.ElementArea(1), 0.5 * std::sqrt(30.0), 1e-12, 1e-12));
     EXPECT_THROW(mesh.ElementArea(2), std::out_of_range);
     EXPECT_THROW(mesh.ElementArea(0), std::out_of_range);
 }
@@ -128,11 +128,13 @@ TEST_F(MeshReaderTest, UnknownVersionIsNamedWithFileAndLine) {
 }
 
 TEST_F(MeshReaderTest, Version40IsNotAccepted) {
-    EXPECT_THAT(ErrorOf("$MeshFormat\n4 0 8\n$EndMeshFormat\n").what(), HasSubstr("unknown MSH version 4"));
+    EXPECT_THAT(ErrorOf("$MeshFormat\n4 0 8\n$EndMeshFormat\n").what(),
+                HasSubstr("unknown MSH version 4"));
 }
 
 TEST_F(MeshReaderTest, BinaryFilesAreRefused) {
-    EXPECT_THAT(ErrorOf("$MeshFormat\n4.1 1 8\n$EndMeshFormat\n").what(), HasSubstr("binary MSH files are not supported"));
+    EXPECT_THAT(ErrorOf("$MeshFormat\n4.1 1 8\n$EndMeshFormat\n").what(),
+                HasSubstr("binary MSH files are not supported"));
 }
 
 TEST_F(MeshReaderTest, NotAMeshFile) {
@@ -143,45 +145,58 @@ TEST_F(MeshReaderTest, NotAMeshFile) {
 }
 
 TEST_F(MeshReaderTest, SecondOrderElementsAreRefused) {
-    ProjectError e = ErrorOf(std::string(kHead22) +
-                             "$Nodes\n6\n1 0 0 0\n2 1 0 0\n3 0 1 0\n4 .5 0 0\n5 .5 .5 0\n6 0 .5 0\n$EndNodes\n"
-                             "$Elements\n1\n1 9 2 1 1 1 2 3 4 5 6\n$EndElements\n");
+    ProjectError e =
+        ErrorOf(std::string(kHead22) +
+                "$Nodes\n6\n1 0 0 0\n2 1 0 0\n3 0 1 0\n4 .5 0 0\n5 .5 .5 0\n6 0 .5 0\n$EndNodes\n"
+                "$Elements\n1\n1 9 2 1 1 1 2 3 4 5 6\n$EndElements\n");
     EXPECT_EQ(e.line(), 15u);
     EXPECT_THAT(e.what(), HasSubstr("element 1 is a 6-node second-order triangle (Gmsh type 9)"));
-    EXPECT_THAT(e.what(), HasSubstr("3-node triangles (type 2) and 4-node quadrilaterals (type 3) only"));
+    EXPECT_THAT(e.what(),
+                HasSubstr("3-node triangles (type 2) and 4-node quadrilaterals (type 3) only"));
 }
 
 // Version 4.1 says where an element lies: a line in the block of a surface is inside that
 // surface's slab.
-constexpr const char* kSurface41 = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n"
-                                   "$Entities\n0 0 1 0\n1 0 0 0 1 1 0 1 5 0\n$EndEntities\n"
-                                   "$Nodes\n1 4 1 4\n2 1 0 4\n1\n2\n3\n4\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n$EndNodes\n";
+constexpr const char* kSurface41 =
+    "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n"
+    "$Entities\n0 0 1 0\n1 0 0 0 1 1 0 1 5 0\n$EndEntities\n"
+    "$Nodes\n1 4 1 4\n2 1 0 4\n1\n2\n3\n4\n0 0 0\n1 0 0\n1 1 0\n0 1 0\n$EndNodes\n";
 
 TEST_F(MeshReaderTest, LinesInsideASlabAreRefused) {
-    ProjectError e = ErrorOf(std::string(kSurface41) + "$Elements\n2 2 1 2\n2 1 3 1\n1 1 2 3 4\n2 1 1 1\n2 1 2\n$EndElements\n");
+    ProjectError e =
+        ErrorOf(std::string(kSurface41) +
+                "$Elements\n2 2 1 2\n2 1 3 1\n1 1 2 3 4\n2 1 1 1\n2 1 2\n$EndElements\n");
     EXPECT_EQ(e.line(), 25u);
-    EXPECT_THAT(e.what(), HasSubstr("element 2 is a 2-node line in surface 1 (physical surface 5, a slab)"));
-    EXPECT_THAT(e.what(), HasSubstr("3-node triangles (type 2) and 4-node quadrilaterals (type 3) only"));
+    EXPECT_THAT(e.what(),
+                HasSubstr("element 2 is a 2-node line in surface 1 (physical surface 5, a slab)"));
+    EXPECT_THAT(e.what(),
+                HasSubstr("3-node triangles (type 2) and 4-node quadrilaterals (type 3) only"));
     // A point is no better, nor a line in a surface outside every physical surface.
     EXPECT_THAT(ErrorOf(std::string(kSurface41) +
                         "$Elements\n2 2 1 2\n2 1 3 1\n1 1 2 3 4\n2 1 15 1\n2 3\n$EndElements\n")
                     .what(),
                 HasSubstr("element 2 is a 1-node point in surface 1 (physical surface 5, a slab)"));
-    EXPECT_THAT(ErrorOf("$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n1 0 0 0 1 1 0 0\n$EndEntities\n"
+    EXPECT_THAT(ErrorOf("$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n1 0 0 0 1 1 0 "
+                        "0\n$EndEntities\n"
                         "$Nodes\n1 2 1 2\n2 1 0 2\n1\n2\n0 0 0\n1 0 0\n$EndNodes\n"
                         "$Elements\n1 1 1 1\n2 1 1 1\n1 1 2\n$EndElements\n")
                     .what(),
                 HasSubstr("element 1 is a 2-node line in surface 1; slabs take"));
     // A surface element in the block of a curve is as wrong the other way round.
-    EXPECT_THAT(ErrorOf(std::string(kSurface41) + "$Elements\n1 1 1 1\n1 4 2 1\n1 1 2 3\n$EndElements\n").what(),
-                HasSubstr("element 1 is a 3-node triangle (dimension 2) in a block of the dimension-1 entity 4"));
+    EXPECT_THAT(
+        ErrorOf(std::string(kSurface41) + "$Elements\n1 1 1 1\n1 4 2 1\n1 1 2 3\n$EndElements\n")
+            .what(),
+        HasSubstr(
+            "element 1 is a 3-node triangle (dimension 2) in a block of the dimension-1 entity 4"));
 }
 
 TEST_F(MeshReaderTest, Version22LinesWithASlabsTagBelongToAPhysicalCurve) {
     // Version 2.2 writes a tag without its dimension, and Gmsh numbers the groups of each
     // dimension on their own: a line tagged 5 beside a surface tagged 5 is in Physical Curve 5.
-    Mesh mesh = ReadMesh(Write("ok.msh", std::string(kHead22) + kNodes22 +
-                                             "$Elements\n3\n1 3 2 5 1 1 2 3 4\n2 1 2 5 1 1 2\n3 15 2 5 1 3\n$EndElements\n"));
+    Mesh mesh = ReadMesh(
+        Write("ok.msh",
+              std::string(kHead22) + kNodes22 +
+                  "$Elements\n3\n1 3 2 5 1 1 2 3 4\n2 1 2 5 1 1 2\n3 15 2 5 1 3\n$EndElements\n"));
     ASSERT_EQ(mesh.slabs.size(), 1u);
     EXPECT_EQ(mesh.slabs[0].physicalTag, 5);
     EXPECT_EQ(mesh.elements.size(), 1u);
@@ -210,28 +225,35 @@ TEST_F(MeshReaderTest, GmshMadeFilesWithAPhysicalCurveNumberedLikeTheSlab) {
 }
 
 TEST_F(MeshReaderTest, LinesOfTheirOwnGroupAreLeftOut) {
-    Mesh mesh = ReadMesh(Write("ok.msh", std::string(kHead22) + "$PhysicalNames\n1\n1 5 \"edge\"\n$EndPhysicalNames\n" +
-                                             kNodes22 + "$Elements\n3\n1 3 2 5 1 1 2 3 4\n2 1 2 5 1 1 2\n3 1 2 9 2 2 3\n$EndElements\n"));
+    Mesh mesh = ReadMesh(Write(
+        "ok.msh",
+        std::string(kHead22) + "$PhysicalNames\n1\n1 5 \"edge\"\n$EndPhysicalNames\n" + kNodes22 +
+            "$Elements\n3\n1 3 2 5 1 1 2 3 4\n2 1 2 5 1 1 2\n3 1 2 9 2 2 3\n$EndElements\n"));
     EXPECT_EQ(mesh.elements.size(), 1u);
     EXPECT_EQ(mesh.slabs.size(), 1u);
 }
 
 TEST_F(MeshReaderTest, VolumeElementsAreRefused) {
-    EXPECT_THAT(ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n1\n1 4 2 1 1 1 2 3 4\n$EndElements\n").what(),
-                HasSubstr("element 1 is a 4-node tetrahedron; a slab model has surface elements only"));
+    EXPECT_THAT(
+        ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n1\n1 4 2 1 1 1 2 3 4\n$EndElements\n")
+            .what(),
+        HasSubstr("element 1 is a 4-node tetrahedron; a slab model has surface elements only"));
 }
 
 TEST_F(MeshReaderTest, AnElementReferencingAMissingNode) {
-    ProjectError e = ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n2\n1 2 2 1 1 1 2 3\n2 2 2 1 1 1 3 17\n$EndElements\n");
+    ProjectError e = ErrorOf(std::string(kHead22) + kNodes22 +
+                             "$Elements\n2\n1 2 2 1 1 1 2 3\n2 2 2 1 1 1 3 17\n$EndElements\n");
     EXPECT_EQ(e.line(), 14u);
     EXPECT_THAT(e.what(), HasSubstr("element 2 references node 17, which $Nodes does not define"));
 }
 
 TEST_F(MeshReaderTest, NonFiniteCoordinates) {
     for (const char* bad : {"nan", "inf", "-inf", "1e400"}) {
-        ProjectError e = ErrorOf(std::string(kHead22) + "$Nodes\n2\n1 0 0 0\n2 1 " + bad + " 0\n$EndNodes\n");
+        ProjectError e =
+            ErrorOf(std::string(kHead22) + "$Nodes\n2\n1 0 0 0\n2 1 " + bad + " 0\n$EndNodes\n");
         EXPECT_EQ(e.line(), 7u) << bad;
-        EXPECT_THAT(e.what(), HasSubstr("the y coordinate of node 2 is not a finite number")) << bad;
+        EXPECT_THAT(e.what(), HasSubstr("the y coordinate of node 2 is not a finite number"))
+            << bad;
     }
 }
 
@@ -244,18 +266,23 @@ TEST_F(MeshReaderTest, MalformedNumbers) {
 }
 
 TEST_F(MeshReaderTest, PlusSignedNumbersAreAccepted) {
-    Mesh mesh = ReadMesh(Write("ok.msh", std::string(kHead22) + "$Nodes\n3\n1 +0 0 0\n2 +1.5e+0 0 0\n3 0 1 0\n$EndNodes\n" +
-                                             "$Elements\n1\n1 2 2 1 1 1 2 3\n$EndElements\n"));
+    Mesh mesh =
+        ReadMesh(Write("ok.msh", std::string(kHead22) +
+                                     "$Nodes\n3\n1 +0 0 0\n2 +1.5e+0 0 0\n3 0 1 0\n$EndNodes\n" +
+                                     "$Elements\n1\n1 2 2 1 1 1 2 3\n$EndElements\n"));
     EXPECT_EQ(mesh.nodes[1].position.x, 1.5);
 }
 
 TEST_F(MeshReaderTest, SurfaceElementsOutsideEveryPhysicalSurface) {
-    EXPECT_THAT(ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n1\n1 3 2 0 1 1 2 3 4\n$EndElements\n").what(),
-                HasSubstr("element 1 (surface 1) is in no physical surface"));
+    EXPECT_THAT(
+        ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n1\n1 3 2 0 1 1 2 3 4\n$EndElements\n")
+            .what(),
+        HasSubstr("element 1 (surface 1) is in no physical surface"));
 }
 
 TEST_F(MeshReaderTest, ASurfaceInTwoPhysicalGroups) {
-    std::string mesh = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n1 0 0 0 1 1 0 2 3 4 0\n$EndEntities\n"
+    std::string mesh = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n1 0 0 0 1 1 0 2 "
+                       "3 4 0\n$EndEntities\n"
                        "$Nodes\n1 3 1 3\n2 1 0 3\n1\n2\n3\n0 0 0\n1 0 0\n0 1 0\n$EndNodes\n"
                        "$Elements\n1 1 1 1\n2 1 2 1\n1 1 2 3\n$EndElements\n";
     EXPECT_THAT(ErrorOf(mesh).what(), HasSubstr("is in more than one physical surface"));
@@ -270,13 +297,16 @@ TEST_F(MeshReaderTest, TruncatedSections) {
 }
 
 TEST_F(MeshReaderTest, UnknownSectionsAreSkipped) {
-    Mesh mesh = ReadMesh(Write("ok.msh", std::string(kHead22) + "$Comments\n$Nodes in a comment\n$EndComments\n" + kNodes22 +
-                                             "$Elements\n1\n1 3 2 1 1 1 2 3 4\n$EndElements\n$NodeData\n1\n$EndNodeData\n"));
+    Mesh mesh = ReadMesh(
+        Write("ok.msh",
+              std::string(kHead22) + "$Comments\n$Nodes in a comment\n$EndComments\n" + kNodes22 +
+                  "$Elements\n1\n1 3 2 1 1 1 2 3 4\n$EndElements\n$NodeData\n1\n$EndNodeData\n"));
     EXPECT_EQ(mesh.nodes.size(), 4u);
 }
 
 TEST_F(MeshReaderTest, BlockCountsMustAddUp) {
-    std::string mesh = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n1 0 0 0 1 1 0 1 3 0\n$EndEntities\n"
+    std::string mesh = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n1 0 0 0 1 1 0 1 "
+                       "3 0\n$EndEntities\n"
                        "$Nodes\n1 4 1 3\n2 1 0 3\n1\n2\n3\n0 0 0\n1 0 0\n0 1 0\n$EndNodes\n";
     ProjectError e = ErrorOf(mesh);
     EXPECT_EQ(e.line(), 9u);
@@ -286,13 +316,17 @@ TEST_F(MeshReaderTest, BlockCountsMustAddUp) {
 TEST_F(MeshReaderTest, DuplicateTags) {
     EXPECT_THAT(ErrorOf(std::string(kHead22) + "$Nodes\n2\n1 0 0 0\n1 1 0 0\n$EndNodes\n").what(),
                 HasSubstr(":7: node 1 is defined twice"));
-    EXPECT_THAT(ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n2\n1 2 2 1 1 1 2 3\n1 2 2 1 1 1 3 4\n$EndElements\n").what(),
+    EXPECT_THAT(ErrorOf(std::string(kHead22) + kNodes22 +
+                        "$Elements\n2\n1 2 2 1 1 1 2 3\n1 2 2 1 1 1 3 4\n$EndElements\n")
+                    .what(),
                 HasSubstr(":14: element 1 is defined twice"));
 }
 
 TEST_F(MeshReaderTest, AnElementUsingOneNodeTwice) {
-    EXPECT_THAT(ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n1\n1 2 2 1 1 1 2 1\n$EndElements\n").what(),
-                HasSubstr("element 1 uses node 1 twice"));
+    EXPECT_THAT(
+        ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n1\n1 2 2 1 1 1 2 1\n$EndElements\n")
+            .what(),
+        HasSubstr("element 1 uses node 1 twice"));
 }
 
 TEST_F(MeshReaderTest, AMeshWithoutPhysicalSurfaces) {
@@ -311,7 +345,8 @@ TEST_F(MeshReaderTest, AMissingFile) {
 }
 
 TEST_F(MeshReaderTest, CrLfLineEndsAreRead) {
-    std::string text = std::string(kHead22) + kNodes22 + "$Elements\n1\n1 3 2 1 1 1 2 3 4\n$EndElements\n";
+    std::string text =
+        std::string(kHead22) + kNodes22 + "$Elements\n1\n1 3 2 1 1 1 2 3 4\n$EndElements\n";
     std::string crlf;
     for (char c : text)
         crlf += c == '\n' ? std::string("\r\n") : std::string(1, c);

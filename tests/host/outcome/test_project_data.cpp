@@ -1,5 +1,5 @@
 #include "host/outcome/project.h"
-#include "tests/host/outcome/project_fixture.h"
+#include "tests/support/host_project_fixture.h"
 
 #include <gmock/gmock.h>
 
@@ -83,16 +83,23 @@ TEST_F(ProjectDataTest, MissingThickness) {
 }
 
 TEST_F(ProjectDataTest, ThicknessMustBePositiveAndFinite) {
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = 0.0\n").what(), HasSubstr(":3: thickness of slab 1 must be a positive finite number"));
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = -0.2\n").what(), HasSubstr("positive finite"));
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = nan\n").what(), HasSubstr("positive finite"));
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = inf\n").what(), HasSubstr("positive finite"));
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = \"thin\"\n").what(), HasSubstr("thickness of slab 1 must be a number"));
+    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = 0.0\n").what(),
+                HasSubstr(":3: thickness of slab 1 must be a positive finite number"));
+    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = -0.2\n").what(),
+                HasSubstr("positive finite"));
+    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = nan\n").what(),
+                HasSubstr("positive finite"));
+    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = inf\n").what(),
+                HasSubstr("positive finite"));
+    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = \"thin\"\n").what(),
+                HasSubstr("thickness of slab 1 must be a number"));
 }
 
 TEST_F(ProjectDataTest, MissingTag) {
-    EXPECT_THAT(ErrorOf("[[slab]]\nthickness = 0.2\n").what(), HasSubstr("has no tag (an integer)"));
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1.5\nthickness = 0.2\n").what(), HasSubstr(":2: tag of the [[slab]] at line 1 must be an integer"));
+    EXPECT_THAT(ErrorOf("[[slab]]\nthickness = 0.2\n").what(),
+                HasSubstr("has no tag (an integer)"));
+    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1.5\nthickness = 0.2\n").what(),
+                HasSubstr(":2: tag of the [[slab]] at line 1 must be an integer"));
 }
 
 TEST_F(ProjectDataTest, NoSlabsAtAll) {
@@ -106,41 +113,51 @@ TEST_F(ProjectDataTest, NoSlabsAtAll) {
         FAIL();
     } catch (const ProjectError& e) {
         EXPECT_EQ(e.line(), 1u);
-        EXPECT_THAT(e.what(), HasSubstr("proj.toml:1: no [[slab]] entry; each physical surface of the mesh needs one"));
+        EXPECT_THAT(
+            e.what(),
+            HasSubstr(
+                "proj.toml:1: no [[slab]] entry; each physical surface of the mesh needs one"));
     }
 }
 
 TEST_F(ProjectDataTest, DuplicateSlabTags) {
-    ProjectError e = ErrorOf("[[slab]]\ntag = 4\nthickness = 0.2\n\n[[slab]]\ntag = 4\nthickness = 0.3\n");
+    ProjectError e =
+        ErrorOf("[[slab]]\ntag = 4\nthickness = 0.2\n\n[[slab]]\ntag = 4\nthickness = 0.3\n");
     EXPECT_EQ(e.line(), 5u);
     EXPECT_THAT(e.what(), HasSubstr("slab tag 4 is given twice (first at line 1)"));
 }
 
 TEST_F(ProjectDataTest, DuplicateLoadCaseIds) {
-    ProjectError e = ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = 1\n[[load_case]]\nid = 5\nindex = 2\n");
+    ProjectError e = ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = "
+                             "1\n[[load_case]]\nid = 5\nindex = 2\n");
     EXPECT_EQ(e.line(), 7u);
     EXPECT_THAT(e.what(), HasSubstr("load case id 5 is given twice (first at line 4)"));
 }
 
 TEST_F(ProjectDataTest, DuplicateLoadCaseIndices) {
-    ProjectError e = ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = 2\n[[load_case]]\nid = 6\nindex = 2\n");
+    ProjectError e = ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = "
+                             "2\n[[load_case]]\nid = 6\nindex = 2\n");
     EXPECT_EQ(e.line(), 7u);
     EXPECT_THAT(e.what(), HasSubstr("load case index 2 is given twice (first at line 4)"));
 }
 
 TEST_F(ProjectDataTest, LoadCaseIndexStartsAtOne) {
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = 0\n").what(),
-                HasSubstr(":6: index of load case 5 must be 1 or more"));
+    EXPECT_THAT(
+        ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = 0\n").what(),
+        HasSubstr(":6: index of load case 5 must be 1 or more"));
     EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\n").what(),
                 HasSubstr("has no index"));
-    EXPECT_THAT(ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = 1\nvalid = 1\n").what(),
-                HasSubstr(":7: valid of load case 5 must be true or false"));
+    EXPECT_THAT(
+        ErrorOf("[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 5\nindex = 1\nvalid = 1\n")
+            .what(),
+        HasSubstr(":7: valid of load case 5 must be true or false"));
 }
 
 TEST_F(ProjectDataTest, UnknownKeysAreNamed) {
     ProjectError e = ErrorOf("[[slab]]\ntag = 1\nthicknes = 0.2\nthickness = 0.2\n");
     EXPECT_EQ(e.line(), 3u);
-    EXPECT_THAT(e.what(), HasSubstr("unknown key \"thicknes\" in [[slab]] (expected name, tag, thickness)"));
+    EXPECT_THAT(e.what(),
+                HasSubstr("unknown key \"thicknes\" in [[slab]] (expected name, tag, thickness)"));
     EXPECT_THAT(ErrorOf("slabs = 3\n").what(), HasSubstr("unknown key \"slabs\" in the top level"));
 }
 
@@ -151,11 +168,13 @@ TEST_F(ProjectDataTest, SyntaxErrorsCarryTheirLine) {
 }
 
 TEST_F(ProjectDataTest, SlabMustBeAnArrayOfTables) {
-    EXPECT_THAT(ErrorOf("[slab]\ntag = 1\n").what(), HasSubstr("slab must be an array of tables, written [[slab]]"));
+    EXPECT_THAT(ErrorOf("[slab]\ntag = 1\n").what(),
+                HasSubstr("slab must be an array of tables, written [[slab]]"));
 }
 
 TEST_F(ProjectDataTest, ProjectCombinesMeshAndData) {
-    WriteShuffledProject("[[slab]]\ntag = 3\nthickness = 0.2\n[[slab]]\ntag = 7\nthickness = 0.3\n");
+    WriteShuffledProject(
+        "[[slab]]\ntag = 3\nthickness = 0.2\n[[slab]]\ntag = 7\nthickness = 0.3\n");
     auto project = LoadProject(Project());
     ASSERT_TRUE(project.data.has_value());
     EXPECT_EQ(project.SlabThickness(1), 0.2); // slab 1 is physical surface 3
@@ -164,13 +183,16 @@ TEST_F(ProjectDataTest, ProjectCombinesMeshAndData) {
 }
 
 TEST_F(ProjectDataTest, ASlabWithoutPhysicalSurface) {
-    WriteShuffledProject("[[slab]]\ntag = 3\nthickness = 0.2\n[[slab]]\ntag = 7\nthickness = 0.3\n[[slab]]\ntag = 9\nthickness = 0.3\n");
+    WriteShuffledProject("[[slab]]\ntag = 3\nthickness = 0.2\n[[slab]]\ntag = 7\nthickness = "
+                         "0.3\n[[slab]]\ntag = 9\nthickness = 0.3\n");
     try {
         LoadProject(Project());
         FAIL();
     } catch (const ProjectError& e) {
         EXPECT_EQ(e.line(), 7u);
-        EXPECT_THAT(e.what(), HasSubstr("proj.toml:7: slab with tag 9 has no physical surface 9 in proj.msh"));
+        EXPECT_THAT(
+            e.what(),
+            HasSubstr("proj.toml:7: slab with tag 9 has no physical surface 9 in proj.msh"));
     }
 }
 
@@ -180,7 +202,9 @@ TEST_F(ProjectDataTest, APhysicalSurfaceWithoutSlab) {
         LoadProject(Project());
         FAIL();
     } catch (const ProjectError& e) {
-        EXPECT_THAT(e.what(), HasSubstr("physical surface 7 (\"b\") of proj.msh has no [[slab]] entry with tag = 7"));
+        EXPECT_THAT(
+            e.what(),
+            HasSubstr("physical surface 7 (\"b\") of proj.msh has no [[slab]] entry with tag = 7"));
     }
 }
 

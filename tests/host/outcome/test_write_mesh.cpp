@@ -1,5 +1,5 @@
 #include "host/outcome/project.h"
-#include "tests/host/outcome/project_fixture.h"
+#include "tests/support/host_project_fixture.h"
 
 #include <gmock/gmock.h>
 
@@ -75,8 +75,10 @@ TEST_P(WriteMeshTest, AGmshMeshRoundTripsAndGmshReadsTheFile) {
     }
 }
 
-INSTANTIATE_TEST_SUITE_P(Versions, WriteMeshTest, ::testing::Values(MshVersion::V41, MshVersion::V22),
-                         [](const auto& info) { return info.param == MshVersion::V41 ? "V41" : "V22"; });
+INSTANTIATE_TEST_SUITE_P(Versions, WriteMeshTest,
+                         ::testing::Values(MshVersion::V41, MshVersion::V22), [](const auto& info) {
+                             return info.param == MshVersion::V41 ? "V41" : "V22";
+                         });
 
 TEST(WriteMeshErrorTest, AnUnwritablePathThrows) {
     Mesh mesh = ReadMesh(DataDir() / "shuffled22.msh");

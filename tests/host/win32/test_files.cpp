@@ -72,11 +72,13 @@ TEST_F(FilesTest, BackslashSeparatedPathsWork) {
 TEST_F(FilesTest, HookedSharingViolationLastsUntilReleasedAndARetryLoopGetsThrough) {
     write("busy.GAR", "x");
     std::atomic<int> yieldsLeft = 3;
-    host::win32::SetFileFaultHook([&](host::win32::FileOperation op, const fs::path& path) -> DWORD {
-        if (op == host::win32::FileOperation::Delete && path.filename() == "busy.GAR" && yieldsLeft > 0)
-            return ERROR_SHARING_VIOLATION;
-        return ERROR_SUCCESS;
-    });
+    host::win32::SetFileFaultHook(
+        [&](host::win32::FileOperation op, const fs::path& path) -> DWORD {
+            if (op == host::win32::FileOperation::Delete && path.filename() == "busy.GAR" &&
+                yieldsLeft > 0)
+                return ERROR_SHARING_VIOLATION;
+            return ERROR_SUCCESS;
+        });
     int yields = 0;
     host::win32::SetSwitchToThreadHook([&] {
         ++yields;
@@ -102,7 +104,9 @@ TEST_F(FilesTest, AHookedFailureLeavesTheFileAlone) {
     write("keep.GAR", "x");
     {
         host::win32::ScopedFileFaultHook hook(
-            [](host::win32::FileOperation, const fs::path&) -> DWORD { return ERROR_SHARING_VIOLATION; });
+            [](host::win32::FileOperation, const fs::path&) -> DWORD {
+                return ERROR_SHARING_VIOLATION;
+            });
         EXPECT_EQ(DeleteFileW(wpath("keep.GAR").c_str()), FALSE);
         EXPECT_EQ(GetLastError(), ERROR_SHARING_VIOLATION);
         EXPECT_EQ(CopyFileW(wpath("keep.GAR").c_str(), wpath("copy.GAR").c_str(), FALSE), FALSE);
@@ -163,6 +167,8 @@ TEST_F(FilesTest, LastErrorIsPerThread) {
     EXPECT_EQ(GetLastError(), 77u);
 }
 
-TEST(SwitchToThreadTest, YieldsAndReportsSuccess) { EXPECT_EQ(SwitchToThread(), TRUE); }
+TEST(SwitchToThreadTest, YieldsAndReportsSuccess) {
+    EXPECT_EQ(SwitchToThread(), TRUE);
+}
 
 } // namespace

@@ -7,7 +7,8 @@ namespace {
 TEST(TextTest, Utf8RoundTripOfCzechAndWiderCharacters) {
     std::wstring text = L"Problém s žlutým koněm \u20AC \U0001F600";
     std::string utf8 = host::win32::WideToUtf8(text);
-    EXPECT_EQ(utf8, "Probl\xC3\xA9m s \xC5\xBElut\xC3\xBDm kon\xC4\x9Bm \xE2\x82\xAC \xF0\x9F\x98\x80");
+    EXPECT_EQ(utf8,
+              "Probl\xC3\xA9m s \xC5\xBElut\xC3\xBDm kon\xC4\x9Bm \xE2\x82\xAC \xF0\x9F\x98\x80");
     EXPECT_EQ(host::win32::Utf8ToWide(utf8), text);
 }
 
@@ -24,7 +25,8 @@ TEST(TextTest, SurrogatesAreNotEncoded) {
 }
 
 TEST(TextTest, BackslashesSeparatePathComponents) {
-    EXPECT_EQ(host::win32::ToNativePath(L"proj\\sub\\m1.GAR"), std::filesystem::path("proj/sub/m1.GAR"));
+    EXPECT_EQ(host::win32::ToNativePath(L"proj\\sub\\m1.GAR"),
+              std::filesystem::path("proj/sub/m1.GAR"));
     EXPECT_EQ(host::win32::ToNativePath(L"/tmp/x\\backup_m1.GAR").filename(), "backup_m1.GAR");
     EXPECT_EQ(host::win32::ToNativePath(L"/tmp/a/b.msh"), std::filesystem::path("/tmp/a/b.msh"));
 }

@@ -154,14 +154,14 @@ enum class Cells { Quads, Triangles, Mixed };
 // Deterministic pseudo-random numbers in [-1, 1].
 class Jitter {
 public:
-    explicit Jitter(std::uint64_t seed) : state_(seed) {}
+    explicit Jitter(std::uint64_t seed) : m_state(seed) {}
     double next() {
-        state_ = state_ * 6364136223846793005ULL + 1442695040888963407ULL;
-        return static_cast<double>(state_ >> 11) / static_cast<double>(1ULL << 53) * 2.0 - 1.0;
+        m_state = m_state * 6364136223846793005ULL + 1442695040888963407ULL;
+        return static_cast<double>(m_state >> 11) / static_cast<double>(1ULL << 53) * 2.0 - 1.0;
     }
 
 private:
-    std::uint64_t state_;
+    std::uint64_t m_state;
 };
 
 // A structured nx x ny grid over [0, lx] x [0, ly] placed into space by
@@ -269,7 +269,7 @@ public:
         set_number_of_nodes(n_nodes_);
         set_number_of_elements(n_elems_);
         set_number_of_regions(mesh.n_regions);
-        superelems_.assign(mesh.nodes.size(), {});
+        m_superelems.assign(mesh.nodes.size(), {});
         for (std::size_t n = 0; n < mesh.nodes.size(); ++n) {
             nodes[n].coords.x = mesh.nodes[n][0];
             nodes[n].coords.y = mesh.nodes[n][1];
@@ -283,7 +283,7 @@ public:
             el.nodes = new std::int32_t[te.nodes.size()];
             for (std::size_t i = 0; i < te.nodes.size(); ++i) {
                 el.nodes[i] = te.nodes[i];
-                superelems_[static_cast<std::size_t>(te.nodes[i])].push_back(
+                m_superelems[static_cast<std::size_t>(te.nodes[i])].push_back(
                     static_cast<std::int32_t>(e));
             }
             const auto found = ip1_positions.find(static_cast<std::int32_t>(e));
@@ -335,7 +335,7 @@ protected:
     void give_superelems_to_node(std::int32_t node, std::int32_t& count,
                                  std::int32_t* elems) const override {
         ++superelem_calls;
-        const auto& list = superelems_[static_cast<std::size_t>(node)];
+        const auto& list = m_superelems[static_cast<std::size_t>(node)];
         count = static_cast<std::int32_t>(list.size());
         for (std::size_t i = 0; i < list.size(); ++i)
             elems[i] = list[i];
@@ -392,7 +392,7 @@ private:
             values[c] = c < 8 ? v[c] : 1000.0 + c; // beyond the 8 components: never used
     }
 
-    std::vector<std::vector<std::int32_t>> superelems_;
+    std::vector<std::vector<std::int32_t>> m_superelems;
 };
 
 // Runs f, which must raise the engine's fatal error; returns what went to standard error.

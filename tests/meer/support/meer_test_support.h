@@ -118,38 +118,38 @@ inline testing::AssertionResult near(double a, double b, double absTol = 1e-12,
 // A temporary file holding text, open for reading and writing at its start.
 class TextFile {
 public:
-    explicit TextFile(const std::string& text = "") : file_(std::tmpfile()) {
-        if (file_ != nullptr) {
-            std::fwrite(text.data(), 1, text.size(), file_);
-            std::rewind(file_);
+    explicit TextFile(const std::string& text = "") : m_file(std::tmpfile()) {
+        if (m_file != nullptr) {
+            std::fwrite(text.data(), 1, text.size(), m_file);
+            std::rewind(m_file);
         }
     }
     TextFile(const TextFile&) = delete;
     TextFile& operator=(const TextFile&) = delete;
     ~TextFile() {
-        if (file_ != nullptr)
-            std::fclose(file_);
+        if (m_file != nullptr)
+            std::fclose(m_file);
     }
-    std::FILE* get() const { return file_; }
+    std::FILE* get() const { return m_file; }
     // Everything in the file, from its start; the position is left at the end.
     std::string contents() const {
-        std::fflush(file_);
-        std::rewind(file_);
+        std::fflush(m_file);
+        std::rewind(m_file);
         std::string text;
-        for (int c = std::fgetc(file_); c != EOF; c = std::fgetc(file_))
+        for (int c = std::fgetc(m_file); c != EOF; c = std::fgetc(m_file))
             text.push_back(static_cast<char>(c));
         return text;
     }
     // What is left to read from the current position (consumes it).
     std::string rest() const {
         std::string text;
-        for (int c = std::fgetc(file_); c != EOF; c = std::fgetc(file_))
+        for (int c = std::fgetc(m_file); c != EOF; c = std::fgetc(m_file))
             text.push_back(static_cast<char>(c));
         return text;
     }
 
 private:
-    std::FILE* file_;
+    std::FILE* m_file;
 };
 
 } // namespace meertest

@@ -4,6 +4,9 @@
 //
 // The including target defines SLABADAPT_SOURCE_DIR, GMSH_EXECUTABLE and PYTHON_EXECUTABLE
 // (and SLABADAPT_EXECUTABLE for the command's tests).
+#include "tests/support/near.h"
+#include "tests/support/temp_dir.h"
+
 #include <gtest/gtest.h>
 
 #include <sys/wait.h>
@@ -31,29 +34,7 @@ inline fs::path ExampleDir() {
     return SourceDir() / "examples" / "floor";
 }
 
-// A fresh folder under the system's temporary folder, removed with the object.
-class TempDir {
-public:
-    TempDir() {
-        std::random_device rd;
-        const auto* info = testing::UnitTest::GetInstance()->current_test_info();
-        std::string name = info ? std::string(info->name()) : "slabadapt";
-        m_path = fs::temp_directory_path() / ("slabadapt-" + name + "-" + std::to_string(rd()));
-        fs::create_directories(m_path);
-    }
-    ~TempDir() {
-        std::error_code ec;
-        if (std::getenv("SLABADAPT_KEEP_TEMP") == nullptr)
-            fs::remove_all(m_path, ec);
-    }
-    TempDir(const TempDir&) = delete;
-    TempDir& operator=(const TempDir&) = delete;
-    const fs::path& path() const { return m_path; }
-    fs::path operator/(const std::string& name) const { return m_path / name; }
-
-private:
-    fs::path m_path;
-};
+using slabadapt::test::TempDir;
 
 inline std::string Quote(const fs::path& p) {
     return "'" + p.string() + "'";
@@ -236,14 +217,6 @@ inline std::vector<PosEntry> ReadPos(const fs::path& file) {
     return entries;
 }
 
-// Mixed absolute/relative comparison that shows both values.
-inline testing::AssertionResult Near(double expected, double actual, double abs = 1e-12,
-                                     double rel = 1e-9) {
-    const double diff = std::fabs(expected - actual);
-    if (diff <= abs || diff <= rel * std::max(std::fabs(expected), std::fabs(actual)))
-        return testing::AssertionSuccess();
-    return testing::AssertionFailure()
-           << "expected " << expected << ", got " << actual << " (difference " << diff << ")";
-}
+using slabadapt::test::Near;
 
 } // namespace fixture

@@ -1,0 +1,293 @@
+// The command line of `slabadapt`: one registration per command, each binding its options to
+// the command's function in Commands.h.
+#include "adaptivity/Version.h"
+#include "cli/Commands.h"
+
+#include <cstdlib>
+#include <exception>
+#include <memory>
+
+namespace slabadapt::cli {
+
+namespace fs = std::filesystem;
+
+namespace {
+
+// Where a command's outcome goes: the exit code and the two streams.
+struct Sink {
+    int& exitCode;
+    std::ostream& out;
+    std::ostream& err;
+};
+
+// Runs a command; an exception that escapes it is said in one line and ends with kExitInternal.
+template <class Command> void RunGuarded(const Sink& sink, Command&& command) {
+    try {
+        sink.exitCode = command();
+    } catch (const std::exception& e) {
+        sink.err << "slabadapt: " << e.what() << '\n';
+        sink.exitCode = kExitInternal;
+    }
+}
+
+void AddProjectArgument(CLI::App& command, fs::path& project) {
+    command.add_option("project", project, "the project path P, without extension")->required();
+}
+
+void RegisterHelp(CLI::App& app, const Sink& sink) {
+    // help: the same text as --help, on standard output; `help COMMAND` gives a command's.
+    auto topic = std::make_shared<std::string>();
+    CLI::App* help =
+        app.add_subcommand("help", "Print this help, or the help of one command (help run)");
+    help->add_option("command", *topic, "the command to explain");
+    help->footer("Example:\n  slabadapt help results");
+    help->callback([topic, &app, sink] {
+        if (topic->empty()) {
+            // app.help() would explain the command that runs, this one.
+            sink.out << app.get_formatter()->make_help(&app, app.get_name(),
+                                                       CLI::AppFormatMode::Normal);
+            sink.exitCode = 0;
+            return;
+        }
+        CLI::App* command = nullptr;
+        for (CLI::App* sub : app.get_subcommands({}))
+            if (sub->get_name() == *topic)
+                command = sub;
+        if (command == nullptr) {
+            sink.err << "slabadapt help: there is no command " << *topic
+                     << "\nSee `slabadapt --help`.\n";
+            sink.exitCode = kExitUsage;
+            return;
+        }
+        sink.out << command->help(app.get_name());
+        sink.exitCode = 0;
+    });
+}
+
+CLI::Validator TargetFraction() {
+    return CLI::Validator(
+        [](const std::string& text) -> std::string {
+            const double value = std::strtod(text.c_str(), nullptr);
+            if (value > 0.0 && value <= 1.0)
+                return {};
+            return "the target is a fraction between 0 and 1 (0.05 means 5 %), not " + text;
+        },
+        "FRACTION");
+}
+
+void RegisterRun(CLI::App& app, const Sink& sink) {
+    auto options = std::make_shared<RunOptions>();
+    CLI::App* run = app.add_subcommand(
+        "run", "Estimate the discretisation error of project P and write the size field");
+    AddProjectArgument(*run, options->project);
+    run->add_option("--target", options->target,
+                    "required relative error as a fraction (0.05 means 5 %)")
+        ->required()
+        ->check(TargetFraction());
+    run->add_option("--load-case", options->loadCases,
+                    "a load-case id of P.toml to evaluate; repeat for several, or 101,102 (summed)")
+        ->required()
+        ->take_all()
+        ->delimiter(',');
+    run->add_option("--solver-type", options->solverType,
+                    "the solver type handed to the result store")
+        ->check(CLI::NonNegativeNumber);
+    run->add_option("--source-flag", options->sourceFlag,
+                    "the source flag handed to the result store")
+        ->check(CLI::Range(0, 255));
+    run->add_flag("--no-check", options->noCheck, "run without checking the project first");
+    run->add_flag("--json", options->json, "print the summary as JSON");
+    run->footer("Example:\n  slabadapt run examples/floor/floor --target 0.05 --load-case 101 "
+                "--load-case 102\nExits with the run's result code (0 success, 1-6 the failed "
+                "stage) or 65 when the check fails.");
+    run->callback([options, sink] {
+        RunGuarded(sink, [&] { return RunCommand(*options, sink.out, sink.err); });
+    });
+}
+
+void RegisterCheck(CLI::App& app, const Sink& sink) {
+    struct Options {
+        fs::path project;
+        std::vector<long> loadCases;
+        bool json = false;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* check = app.add_subcommand(
+        "check", "Check project P for everything that would stop or mislead a run");
+    AddProjectArgument(*check, options->project);
+    check
+        ->add_option("--load-case", options->loadCases,
+                     "a load-case id to check; repeat for several (default: all of P.toml)")
+        ->take_all()
+        ->delimiter(',');
+    check->add_flag("--json", options->json, "print the report as JSON");
+    check->footer("Example:\n  slabadapt check examples/floor/floor --load-case 101\n"
+                  "Exits with 0 when no error was found, 65 otherwise.");
+    check->callback([options, sink] {
+        RunGuarded(sink, [&] {
+            return CheckCommand(options->project, options->loadCases, options->json, sink.out,
+                                sink.err);
+        });
+    });
+}
+
+void RegisterResults(CLI::App& app, const Sink& sink) {
+    struct Options {
+        fs::path project;
+        std::string format = "table";
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* results =
+        app.add_subcommand("results", "Print the errors and sizes a run stored in P.GAR");
+    AddProjectArgument(*results, options->project);
+    results->add_option("--format", options->format, "table (default), csv or json")
+        ->check(CLI::IsMember({"table", "csv", "json"}));
+    results->footer("Example:\n  slabadapt results examples/floor/floor --format csv > errors.csv");
+    results->callback([options, sink] {
+        RunGuarded(sink, [&] {
+            return ResultsCommand(options->project, options->format, sink.out, sink.err);
+        });
+    });
+}
+
+void RegisterExport(CLI::App& app, const Sink& sink) {
+    struct Options {
+        fs::path project;
+        fs::path vtu;
+        fs::path inp;
+        std::string inpType = "shell";
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* exportCmd =
+        app.add_subcommand("export", "Write P's mesh with the stored results for other programs");
+    AddProjectArgument(*exportCmd, options->project);
+    CLI::Option* vtu = exportCmd->add_option(
+        "--vtu", options->vtu,
+        "a VTK XML unstructured grid for ParaView: stored errors and sizes per cell, nodal "
+        "sizes per point");
+    CLI::Option* inp = exportCmd->add_option("--inp", options->inp,
+                                             "a CalculiX input part of the mesh in the project's "
+                                             "numbering: element sets SLAB1.., node sets of the "
+                                             "physical curves and points");
+    exportCmd
+        ->add_option("--inp-type", options->inpType,
+                     "the CalculiX elements of --inp: shell (S3/S4, slabs) or "
+                     "plane-stress (CPS3/CPS4, walls)")
+        ->check(CLI::IsMember({"shell", "plane-stress"}))
+        ->capture_default_str();
+    exportCmd->footer("Example:\n  slabadapt export examples/floor/floor --vtu floor.vtu");
+    exportCmd->callback([options, vtu, inp, sink] {
+        RunGuarded(sink, [&] {
+            if (vtu->count() == 0 && inp->count() == 0) {
+                sink.err << "slabadapt: export needs a format, e.g. --vtu FILE (see slabadapt "
+                            "export --help)\n";
+                return kExitUsage;
+            }
+            // The CalculiX part first: when it fails, nothing else is written.
+            if (inp->count() > 0) {
+                const int code = ExportInpCommand(options->project, options->inp, options->inpType,
+                                                  sink.out, sink.err);
+                if (code != 0 || vtu->count() == 0)
+                    return code;
+            }
+            return ExportVtuCommand(options->project, options->vtu, sink.out, sink.err);
+        });
+    });
+}
+
+void RegisterImportCcx(CLI::App& app, const Sink& sink) {
+    struct Options {
+        ImportCcxOptions import;
+        double young = 0.0;
+        double poisson = 0.0;
+    };
+    auto options = std::make_shared<Options>();
+    CLI::App* cmd = app.add_subcommand(
+        "import-ccx", "Write P's STRINTG files from CalculiX *EL PRINT results (S, E, COORD)");
+    AddProjectArgument(*cmd, options->import.project);
+    cmd->add_option("dat", options->import.dat,
+                    "the CalculiX results JOB.dat, with *EL PRINT of S, E and COORD")
+        ->required()
+        ->check(CLI::ExistingFile);
+    cmd->add_flag("--plane-stress", options->import.planeStress,
+                  "recompute the stresses from the printed strains with the "
+                  "plane-stress law (default: the stresses as printed)");
+    CLI::Option* young = cmd->add_option("--young", options->young,
+                                         "Young's modulus for --plane-stress (default: the "
+                                         "*ELASTIC of the deck JOB.inp)");
+    CLI::Option* poisson = cmd->add_option(
+        "--poisson", options->poisson, "Poisson's ratio for --plane-stress (default: the deck's)");
+    cmd->add_option("--family", options->import.family,
+                    "auto: slabs where CalculiX printed a shell orientation, else "
+                    "walls; plane: membrane values only; shell: all sixteen values")
+        ->check(CLI::IsMember({"auto", "plane", "shell"}))
+        ->capture_default_str();
+    cmd->footer("Example:\n"
+                "  slabadapt export examples/square-plate/plate --inp plate_mesh.inp\n"
+                "  ccx -i plate      (plate.inp *INCLUDEs plate_mesh.inp, *EL PRINT S, E, COORD)\n"
+                "  slabadapt import-ccx examples/square-plate/plate plate.dat\n"
+                "Step k of JOB.dat goes to P.STRINTG<index> of the k-th load case of P.toml in\n"
+                "ascending index. Exit codes: 65 input that does not fit, 74 file not written.");
+    cmd->callback([options, young, poisson, sink] {
+        if (young->count() > 0)
+            options->import.young = options->young;
+        if (poisson->count() > 0)
+            options->import.poisson = options->poisson;
+        RunGuarded(sink, [&] { return ImportCcxCommand(options->import, sink.out, sink.err); });
+    });
+}
+
+} // namespace
+
+void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostream& err) {
+    app.require_subcommand(1);
+    app.footer(
+        "Examples:\n"
+        "  slabadapt check examples/floor/floor\n"
+        "  slabadapt run examples/floor/floor --target 0.05 --load-case 101 --load-case 102\n"
+        "  slabadapt results examples/floor/floor --format csv > errors.csv\n"
+        "  slabadapt export examples/floor/floor --vtu floor.vtu\n"
+        "A project P is a path without extension: P.msh (mesh), P.toml (slabs, load "
+        "cases),\nP.STRINTG0001... (integration-point results); a run writes P.GAR and "
+        "P.refine.pos.\nExit codes: run: its result code 0-6; 64 usage, 65 the project "
+        "check failed,\n66 input missing, 70 internal failure, 74 output not written.");
+    const Sink sink{exitCode, out, err};
+    RegisterHelp(app, sink);
+    RegisterRun(app, sink);
+    RegisterCheck(app, sink);
+    RegisterResults(app, sink);
+    RegisterExport(app, sink);
+    RegisterImportCcx(app, sink);
+}
+
+int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {
+    CLI::App app("slabadapt: error estimation and mesh adaptivity for slab models", "slabadapt");
+    app.set_version_flag("--version", std::string("slabadapt ") + slabadapt::Version());
+    // Complaints about the command line name the command they concern and its help.
+    app.failure_message([](const CLI::App* root, const CLI::Error& e) {
+        std::string command = "slabadapt";
+        for (const CLI::App* at = root; at != nullptr;) {
+            const auto parsed = at->get_subcommands();
+            at = parsed.empty() ? nullptr : parsed.front();
+            if (at != nullptr)
+                command += " " + at->get_name();
+        }
+        return command + ": " + e.what() + "\nSee `" + command + " --help`.\n";
+    });
+    int exitCode = 0;
+    RegisterCommands(app, exitCode, out, err);
+    if (argc <= 1) {
+        // No command: what there is to choose from, as a complaint.
+        err << app.help();
+        return kExitUsage;
+    }
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError& e) {
+        const int code = app.exit(e, out, err);
+        return code == 0 ? 0 : kExitUsage;
+    }
+    return exitCode;
+}
+
+} // namespace slabadapt::cli
