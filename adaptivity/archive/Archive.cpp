@@ -26,15 +26,7 @@ private:
     BSTR m_text = nullptr;
 };
 
-// A BSTR copy of length characters (embedded zeros kept).
-BSTR CopyToBstr(const wchar_t* text, std::size_t length) {
-    if (length > std::numeric_limits<UINT>::max())
-        _com_issue_error(E_OUTOFMEMORY);
-    BSTR copy = SysAllocStringLen(text, static_cast<UINT>(length));
-    if (copy == nullptr)
-        _com_issue_error(E_OUTOFMEMORY);
-    return copy;
-}
+using host::com::CopyToBstr;
 
 // The 32-bit slots cannot carry a wider value.
 ULONG To32(unsigned long value) {

@@ -48,7 +48,9 @@ LONG CheckedLong(long value) {
     return static_cast<LONG>(value);
 }
 
-BSTR CheckedCopy(const wchar_t* text, std::size_t length) {
+} // namespace
+
+BSTR host::com::CopyToBstr(const wchar_t* text, std::size_t length) {
     if (length > std::numeric_limits<UINT>::max())
         _com_issue_error(E_OUTOFMEMORY);
     BSTR copy = SysAllocStringLen(text, static_cast<UINT>(length));
@@ -56,8 +58,6 @@ BSTR CheckedCopy(const wchar_t* text, std::size_t length) {
         _com_issue_error(E_OUTOFMEMORY);
     return copy;
 }
-
-} // namespace
 
 _variant_t::_variant_t(const VARIANT& other) {
     VariantInit(this);
@@ -100,13 +100,13 @@ _variant_t::_variant_t(bool value) noexcept {
 
 _variant_t::_variant_t(const wchar_t* text) {
     VariantInit(this);
-    bstrVal = text == nullptr ? nullptr : CheckedCopy(text, std::wcslen(text));
+    bstrVal = text == nullptr ? nullptr : host::com::CopyToBstr(text, std::wcslen(text));
     vt = VT_BSTR;
 }
 
 _variant_t::_variant_t(std::wstring_view text) {
     VariantInit(this);
-    bstrVal = CheckedCopy(text.data(), text.size());
+    bstrVal = host::com::CopyToBstr(text.data(), text.size());
     vt = VT_BSTR;
 }
 

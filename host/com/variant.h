@@ -7,8 +7,15 @@
 #include "host/com/bstr.h"
 #include "host/com/types.h"
 
+#include <cstddef>
 #include <string>
 #include <string_view>
+
+namespace host::com {
+// A BSTR copy of `length` characters (embedded zeros kept); raises _com_error E_OUTOFMEMORY
+// when it cannot be made.
+BSTR CopyToBstr(const wchar_t* text, std::size_t length);
+} // namespace host::com
 
 using VARTYPE = unsigned short;
 using VARIANT_BOOL = short;

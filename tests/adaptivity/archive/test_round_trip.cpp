@@ -3,6 +3,10 @@
 #include "adaptivity/archive/Archive.h"
 #include "host/archive/archives.h"
 
+#include "tests/support/com_error.h"
+
+#include "tests/support/temp_dir.h"
+
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -41,35 +45,12 @@ template <typename T> auto Bits(T value) {
         return std::bit_cast<std::uint64_t>(value);
 }
 
-HRESULT ComErrorOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const _com_error& error) {
-        return error.Error();
-    } catch (...) {
-        ADD_FAILURE() << "raised something other than _com_error";
-        return S_OK;
-    }
-    ADD_FAILURE() << "raised nothing";
-    return S_OK;
-}
+using slabadapt::test::ComErrorOf;
 
 class RoundTrip : public ::testing::TestWithParam<Medium> {
 protected:
-    void SetUp() override {
-        m_live = host::com::LiveBstrCount();
-        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        std::replace(name.begin(), name.end(), '/', '_');
-        m_dir = fs::temp_directory_path() /
-                ("slabadapt-roundtrip-" + std::to_string(::getpid()) + "-" + name);
-        fs::remove_all(m_dir);
-        fs::create_directories(m_dir);
-    }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(m_dir, ignored);
-        EXPECT_EQ(host::com::LiveBstrCount(), m_live) << "a BSTR leaked";
-    }
+    void SetUp() override { m_live = host::com::LiveBstrCount(); }
+    void TearDown() override { EXPECT_EQ(host::com::LiveBstrCount(), m_live) << "a BSTR leaked"; }
 
     // Stores through the wrapper and answers the archive's bytes.
     Bytes Store(const std::function<void(_ar::archive&)>& store) {
@@ -129,7 +110,7 @@ protected:
                   static_cast<std::streamsize>(bytes.size()));
     }
 
-    fs::path m_dir;
+    slabadapt::test::TempDir m_dir{"roundtrip"};
 
 private:
     std::ptrdiff_t m_live = 0;

@@ -4,6 +4,8 @@
 
 #include "counting_archive.h"
 
+#include "tests/support/com_error.h"
+
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -17,20 +19,7 @@ namespace {
 
 using archive_test::CountingArchive;
 
-// Runs action and answers the HRESULT of the _com_error it raised; fails the test when it
-// raised nothing or something else.
-HRESULT ComErrorOf(const std::function<void()>& action) {
-    try {
-        action();
-    } catch (const _com_error& error) {
-        return error.Error();
-    } catch (...) {
-        ADD_FAILURE() << "raised something other than _com_error";
-        return S_OK;
-    }
-    ADD_FAILURE() << "raised nothing";
-    return S_OK;
-}
+using slabadapt::test::ComErrorOf;
 
 class WrapperTest : public ::testing::Test {
 protected:

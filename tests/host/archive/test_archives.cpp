@@ -2,6 +2,8 @@
 // answers for every misuse, raw blocks, navigation and the life cycle of the file.
 #include "host/archive/archives.h"
 
+#include "tests/support/temp_dir.h"
+
 #include <gtest/gtest.h>
 
 #include <unistd.h>
@@ -61,19 +63,9 @@ class ArchiveTest : public ::testing::TestWithParam<Medium> {
 protected:
     void SetUp() override {
         m_live = host::com::LiveBstrCount();
-        std::string name = ::testing::UnitTest::GetInstance()->current_test_info()->name();
-        std::replace(name.begin(), name.end(), '/', '_');
-        m_dir = fs::temp_directory_path() /
-                ("slabadapt-archive-" + std::to_string(::getpid()) + "-" + name);
-        fs::remove_all(m_dir);
-        fs::create_directories(m_dir);
         m_path = m_dir / "object.kqa";
     }
-    void TearDown() override {
-        std::error_code ignored;
-        fs::remove_all(m_dir, ignored);
-        EXPECT_EQ(host::com::LiveBstrCount(), m_live) << "a BSTR leaked";
-    }
+    void TearDown() override { EXPECT_EQ(host::com::LiveBstrCount(), m_live) << "a BSTR leaked"; }
 
     ComPtr<IKQ_Archive> Storing() {
         ComPtr<IKQ_Archive> archive;
@@ -114,7 +106,7 @@ protected:
                      bytes.end());
     }
 
-    fs::path m_dir;
+    slabadapt::test::TempDir m_dir{"archive"};
     fs::path m_path;
     std::shared_ptr<Bytes> m_memory = std::make_shared<Bytes>();
 
@@ -602,7 +594,8 @@ TEST_P(FileArchiveTest, OpenErrors) {
               STG_E_PATHNOTFOUND);
     EXPECT_EQ(host::archive::CreateFileArchiveForStoring(m_dir / "no" / "x.kqa", archive.Put()),
               STG_E_PATHNOTFOUND);
-    EXPECT_EQ(host::archive::CreateFileArchiveForLoading(m_dir, archive.Put()), STG_E_ACCESSDENIED);
+    EXPECT_EQ(host::archive::CreateFileArchiveForLoading(m_dir.path(), archive.Put()),
+              STG_E_ACCESSDENIED);
     EXPECT_FALSE(archive);
     EXPECT_EQ(host::archive::CreateFileArchiveForLoading(m_path, nullptr), E_POINTER);
     EXPECT_EQ(host::archive::CreateFileArchiveForStoring(m_path, nullptr), E_POINTER);
