@@ -53,6 +53,18 @@ std::string NodeSetName(const NodeGroup& group) {
     return name.substr(0, 80);
 }
 
+std::vector<std::string> NodeSetNames(const ProjectMesh& mesh) {
+    std::set<std::string> used;
+    std::vector<std::string> names;
+    for (const auto& group : mesh.nodeGroups) {
+        std::string name = NodeSetName(group);
+        while (!used.insert(name).second || name == "NALL")
+            name += "_" + std::to_string(group.physicalTag);
+        names.push_back(name);
+    }
+    return names;
+}
+
 void WriteInp(const ProjectMesh& mesh, InpFamily family, std::ostream& out) {
     out << "** Written by slabadapt export --inp"
         << (mesh.project.empty() ? std::string() : " from " + mesh.project.filename().string())
@@ -97,11 +109,10 @@ void WriteInp(const ProjectMesh& mesh, InpFamily family, std::ostream& out) {
         slabSets.push_back("SLAB" + std::to_string(s + 1));
     WriteList(out, slabSets);
 
-    std::set<std::string> used;
-    for (const auto& group : mesh.nodeGroups) {
-        std::string name = NodeSetName(group);
-        while (!used.insert(name).second || name == "NALL")
-            name += "_" + std::to_string(group.physicalTag);
+    const std::vector<std::string> names = NodeSetNames(mesh);
+    for (std::size_t g = 0; g < mesh.nodeGroups.size(); ++g) {
+        const NodeGroup& group = mesh.nodeGroups[g];
+        const std::string& name = names[g];
         out << "** " << (group.dimension == 1 ? "physical curve " : "physical point ")
             << group.physicalTag << (group.name.empty() ? std::string() : " \"" + group.name + "\"")
             << "\n*NSET, NSET=" << name << '\n';

@@ -15,6 +15,7 @@
 #include <filesystem>
 #include <ostream>
 #include <string>
+#include <vector>
 
 namespace slabadapt::ccx {
 
@@ -26,6 +27,9 @@ enum class InpFamily {
 /// The set name of a node group: its physical name in upper case with characters other than
 /// letters, digits and '_' replaced by '_', or CURVE<tag> / POINT<tag> when it has none.
 std::string NodeSetName(const NodeGroup& group);
+
+/// The node set names of all node groups, in group order: NodeSetName made unique.
+std::vector<std::string> NodeSetNames(const ProjectMesh& mesh);
 
 void WriteInp(const ProjectMesh& mesh, InpFamily family, std::ostream& out);
 

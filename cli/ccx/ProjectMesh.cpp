@@ -310,6 +310,7 @@ std::vector<NodeGroup> ReadNodeGroups(const std::filesystem::path& mshFile,
                                       const std::map<long, std::size_t>& nodeIndex) {
     const RawMesh raw = ReadRawMsh(mshFile);
     std::map<std::pair<int, int>, std::set<std::size_t>> groups;
+    std::map<std::pair<int, int>, std::vector<std::array<std::size_t, 2>>> segments;
     for (const auto& e : raw.elements) {
         if (e.dimension >= 2)
             continue;
@@ -318,6 +319,12 @@ std::vector<NodeGroup> ReadNodeGroups(const std::filesystem::path& mshFile,
             for (long n : e.nodes)
                 if (const auto it = nodeIndex.find(n); it != nodeIndex.end())
                     group.insert(it->second);
+            if (e.dimension == 1 && e.nodes.size() >= 2) {
+                const auto a = nodeIndex.find(e.nodes[0]);
+                const auto b = nodeIndex.find(e.nodes[1]);
+                if (a != nodeIndex.end() && b != nodeIndex.end())
+                    segments[{e.dimension, phys}].push_back({a->second, b->second});
+            }
         }
     }
     std::vector<NodeGroup> out;
@@ -328,6 +335,8 @@ std::vector<NodeGroup> ReadNodeGroups(const std::filesystem::path& mshFile,
         if (auto it = raw.physicalNames.find(key); it != raw.physicalNames.end())
             g.name = it->second;
         g.nodes.assign(nodes.begin(), nodes.end());
+        if (auto it = segments.find(key); it != segments.end())
+            g.segments = std::move(it->second);
         out.push_back(std::move(g));
     }
     return out;

@@ -57,6 +57,8 @@ struct NodeGroup {
     int physicalTag = 0;
     std::string name;               ///< the physical name, empty when the group has none
     std::vector<std::size_t> nodes; ///< zero-based, ascending, unique
+    /// A curve's line elements (end nodes, zero-based) whose nodes slab elements use.
+    std::vector<std::array<std::size_t, 2>> segments;
 };
 
 struct ProjectMesh {

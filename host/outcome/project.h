@@ -9,6 +9,7 @@
 // STRINTG element numbers and P.GAR element ids are these numbers.
 #include "host/shapekit/point3d.h"
 
+#include <array>
 #include <cstdint>
 #include <filesystem>
 #include <optional>
@@ -85,7 +86,30 @@ struct SlabData {
     int tag = 0; // physical surface tag in P.msh
     std::string name;
     double thickness = 0.0;
-    std::size_t line = 0; // where it was defined in P.toml
+    // The material, for a solver deck; any consistent unit system.
+    std::optional<double> young;   // Young's modulus, positive
+    std::optional<double> poisson; // Poisson's ratio, in (-1, 0.5)
+    std::optional<double> density; // mass per volume, for self weight
+    std::size_t line = 0;          // where it was defined in P.toml
+};
+
+// A support: the degrees of freedom fixed at the nodes of a named physical curve or point.
+struct SupportData {
+    std::string group;     // a physical curve or point name of the geometry
+    std::vector<int> dofs; // ascending, unique, 1..6 = ux uy uz rx ry rz
+    std::size_t line = 0;
+};
+
+// A distributed load on a slab: force per area.
+struct PressureLoad {
+    int slab = 0; // the slab's tag
+    double value = 0.0;
+};
+
+// A load on a named group: force per length on a curve, force on each point of a point group.
+struct GroupLoad {
+    std::string group;
+    std::array<double, 3> value{}; // global x, y, z components
 };
 
 struct LoadCaseData {
@@ -93,12 +117,23 @@ struct LoadCaseData {
     long index = 0; // one-based: selects P.STRINTG0001 ...
     bool valid = true;
     std::string name;
+    // What a solver deck applies in this load case.
+    bool selfWeight = false; // gravity along -z
+    double g = 9.81;         // the acceleration of gravity for selfWeight
+    std::vector<PressureLoad> pressure;
+    std::vector<GroupLoad> lineLoads;
+    std::vector<GroupLoad> pointLoads;
     std::size_t line = 0;
+
+    bool HasLoads() const {
+        return selfWeight || !pressure.empty() || !lineLoads.empty() || !pointLoads.empty();
+    }
 };
 
 struct ProjectData {
     std::string title;
     std::vector<SlabData> slabs; // in file order
+    std::vector<SupportData> supports;
     std::vector<LoadCaseData> loadCases;
 };
 

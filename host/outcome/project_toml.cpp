@@ -1,6 +1,7 @@
 // P.toml: the solver data a mesh file does not carry.
 #include "host/outcome/project.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 #include <set>
@@ -44,6 +45,49 @@ public:
         return *value;
     }
 
+    // A number (an integer is taken too); fails with `what` when the node is anything else or
+    // not finite.
+    double number(const toml::node& node, const std::string& what) const {
+        auto value = node.value<double>();
+        if (!value || !(node.is_floating_point() || node.is_integer()))
+            fail(node, what + " must be a number");
+        if (!std::isfinite(*value))
+            fail(node, what + " must be a finite number");
+        return *value;
+    }
+
+    std::string text(const toml::node& node, const std::string& what) const {
+        auto value = node.value_exact<std::string>();
+        if (!value)
+            fail(node, what + " must be a string");
+        return *value;
+    }
+
+    std::array<double, 3> vector3(const toml::node& node, const std::string& what) const {
+        const toml::array* array = node.as_array();
+        if (array == nullptr || array->size() != 3)
+            fail(node, what + " must be a vector of three numbers, e.g. [0.0, 0.0, -5000.0]");
+        std::array<double, 3> v{};
+        for (std::size_t i = 0; i < 3; ++i)
+            v[i] = number(*array->get(i), what + " component " + std::to_string(i + 1));
+        return v;
+    }
+
+    // An inline array of tables, e.g. pressure = [{ slab = 1, value = 3000.0 }].
+    std::vector<const toml::table*> tables(const toml::node& node, const std::string& what) const {
+        const toml::array* array = node.as_array();
+        if (array == nullptr)
+            fail(node, what + " must be a list of tables, e.g. [{ ... }, { ... }]");
+        std::vector<const toml::table*> out;
+        for (const toml::node& item : *array) {
+            const toml::table* table = item.as_table();
+            if (table == nullptr)
+                fail(item, what + " must be a list of tables, e.g. [{ ... }, { ... }]");
+            out.push_back(table);
+        }
+        return out;
+    }
+
     ProjectData read() {
         toml::table root;
         try {
@@ -52,7 +96,7 @@ public:
             fail(e.source().begin.line, "TOML syntax error: " + std::string(e.description()));
         }
         ProjectData data;
-        checkKeys(root, {"title", "slab", "load_case"}, "the top level");
+        checkKeys(root, {"title", "slab", "support", "load_case"}, "the top level");
         if (const toml::node* title = root.get("title")) {
             auto text = title->value_exact<std::string>();
             if (!text)
@@ -60,6 +104,7 @@ public:
             data.title = *text;
         }
         readSlabs(root, data);
+        readSupports(root, data);
         readLoadCases(root, data);
         return data;
     }
@@ -86,7 +131,7 @@ private:
             const toml::table& t = *node.as_table();
             const std::size_t line = t.source().begin.line;
             const std::string where = "the [[slab]] at line " + std::to_string(line);
-            checkKeys(t, {"tag", "name", "thickness"}, "[[slab]]");
+            checkKeys(t, {"tag", "name", "thickness", "young", "poisson", "density"}, "[[slab]]");
             SlabData slab;
             slab.line = line;
             std::int64_t tag = integer(t, "tag", where);
@@ -112,11 +157,136 @@ private:
                     fail(*name, "name of slab " + std::to_string(slab.tag) + " must be a string");
                 slab.name = *text;
             }
+            readMaterial(t, slab);
             if (auto [it, fresh] = seen.emplace(slab.tag, line); !fresh)
                 fail(line, "slab tag " + std::to_string(slab.tag) +
                                " is given twice (first at line " + std::to_string(it->second) +
                                ")");
             data.slabs.push_back(std::move(slab));
+        }
+    }
+
+    void readMaterial(const toml::table& t, SlabData& slab) const {
+        const std::string of = " of slab " + std::to_string(slab.tag);
+        if (const toml::node* node = t.get("young")) {
+            slab.young = number(*node, "young" + of);
+            if (*slab.young <= 0.0)
+                fail(*node, "young" + of + " must be positive");
+        }
+        if (const toml::node* node = t.get("poisson")) {
+            slab.poisson = number(*node, "poisson" + of);
+            if (!(*slab.poisson > -1.0 && *slab.poisson < 0.5))
+                fail(*node, "poisson" + of + " must lie between -1 and 0.5");
+        }
+        if (const toml::node* node = t.get("density")) {
+            slab.density = number(*node, "density" + of);
+            if (*slab.density < 0.0)
+                fail(*node, "density" + of + " must not be negative");
+        }
+    }
+
+    void readSupports(const toml::table& root, ProjectData& data) const {
+        const toml::array* supports = arrayOfTables(root, "support");
+        if (supports == nullptr)
+            return;
+        for (const toml::node& node : *supports) {
+            const toml::table& t = *node.as_table();
+            const std::size_t line = t.source().begin.line;
+            const std::string where = "the [[support]] at line " + std::to_string(line);
+            checkKeys(t, {"group", "fix"}, "[[support]]");
+            SupportData support;
+            support.line = line;
+            const toml::node* group = t.get("group");
+            if (group == nullptr)
+                fail(t, where + " has no group (a physical curve or point name)");
+            support.group = text(*group, "group of " + where);
+            const toml::node* fix = t.get("fix");
+            if (fix == nullptr)
+                fail(t, where + " has no fix (a list of ux uy uz rx ry rz, or fixed, or pinned)");
+            const toml::array* words = fix->as_array();
+            if (words == nullptr || words->empty())
+                fail(*fix, "fix of " + where +
+                               " must be a list such as [\"ux\", \"uy\", \"uz\"], [\"fixed\"] "
+                               "or [\"pinned\"]");
+            static const char* const names[] = {"ux", "uy", "uz", "rx", "ry", "rz"};
+            std::set<int> dofs;
+            for (const toml::node& word : *words) {
+                const std::string w = text(word, "an entry of fix of " + where);
+                if (w == "fixed") {
+                    dofs.insert({1, 2, 3, 4, 5, 6});
+                    continue;
+                }
+                if (w == "pinned") {
+                    dofs.insert({1, 2, 3});
+                    continue;
+                }
+                int dof = 0;
+                for (int k = 0; k < 6; ++k)
+                    if (w == names[k])
+                        dof = k + 1;
+                if (dof == 0)
+                    fail(word, "fix of " + where + " names \"" + w +
+                                   "\"; expected ux, uy, uz, rx, ry, rz, fixed or pinned");
+                dofs.insert(dof);
+            }
+            support.dofs.assign(dofs.begin(), dofs.end());
+            data.supports.push_back(std::move(support));
+        }
+    }
+
+    void readLoads(const toml::table& t, const ProjectData& data, LoadCaseData& lc) const {
+        const std::string of = " of load case " + std::to_string(lc.id);
+        if (const toml::node* node = t.get("self_weight")) {
+            auto flag = node->value_exact<bool>();
+            if (!flag)
+                fail(*node, "self_weight" + of + " must be true or false");
+            lc.selfWeight = *flag;
+        }
+        if (const toml::node* node = t.get("g")) {
+            lc.g = number(*node, "g" + of);
+            if (lc.g <= 0.0)
+                fail(*node, "g" + of + " must be positive");
+        }
+        if (const toml::node* node = t.get("pressure")) {
+            for (const toml::table* item : tables(*node, "pressure" + of)) {
+                checkKeys(*item, {"slab", "value"}, "a pressure" + of);
+                PressureLoad load;
+                load.slab = static_cast<int>(integer(*item, "slab", "a pressure" + of));
+                const bool known =
+                    std::any_of(data.slabs.begin(), data.slabs.end(),
+                                [&](const SlabData& slab) { return slab.tag == load.slab; });
+                if (!known)
+                    fail(*item, "a pressure" + of + " is on slab " + std::to_string(load.slab) +
+                                    ", which no [[slab]] has as its tag");
+                const toml::node* value = item->get("value");
+                if (value == nullptr)
+                    fail(*item, "a pressure" + of + " has no value (force per area)");
+                load.value = number(*value, "the value of a pressure" + of);
+                lc.pressure.push_back(load);
+            }
+        }
+        readGroupLoads(t, "line_load", of, lc.lineLoads);
+        readGroupLoads(t, "point_load", of, lc.pointLoads);
+    }
+
+    void readGroupLoads(const toml::table& t, const char* key, const std::string& of,
+                        std::vector<GroupLoad>& loads) const {
+        const toml::node* node = t.get(key);
+        if (node == nullptr)
+            return;
+        const std::string what = std::string("a ") + key + of;
+        for (const toml::table* item : tables(*node, std::string(key) + of)) {
+            checkKeys(*item, {"group", "value"}, what);
+            GroupLoad load;
+            const toml::node* group = item->get("group");
+            if (group == nullptr)
+                fail(*item, what + " has no group (a physical curve or point name)");
+            load.group = text(*group, "the group of " + what);
+            const toml::node* value = item->get("value");
+            if (value == nullptr)
+                fail(*item, what + " has no value (a vector [x, y, z])");
+            load.value = vector3(*value, "the value of " + what);
+            loads.push_back(std::move(load));
         }
     }
 
@@ -130,7 +300,10 @@ private:
             const toml::table& t = *node.as_table();
             const std::size_t line = t.source().begin.line;
             const std::string where = "the [[load_case]] at line " + std::to_string(line);
-            checkKeys(t, {"id", "index", "valid", "name"}, "[[load_case]]");
+            checkKeys(t,
+                      {"id", "index", "valid", "name", "self_weight", "g", "pressure", "line_load",
+                       "point_load"},
+                      "[[load_case]]");
             LoadCaseData lc;
             lc.line = line;
             lc.id = static_cast<long>(integer(t, "id", where));
@@ -153,6 +326,7 @@ private:
                     fail(*name, "name of load case " + std::to_string(lc.id) + " must be a string");
                 lc.name = *text;
             }
+            readLoads(t, data, lc);
             if (auto [it, fresh] = ids.emplace(lc.id, line); !fresh)
                 fail(line, "load case id " + std::to_string(lc.id) +
                                " is given twice (first at line " + std::to_string(it->second) +
