@@ -1,11 +1,15 @@
 // The command line of `slabadapt`: one registration per command, each binding its options to
 // the command's function in Commands.h.
 #include "adaptivity/Version.h"
+#include "cli/Adapt.h"
 #include "cli/Commands.h"
 
 #include <cstdlib>
 #include <exception>
+#include <iostream>
 #include <memory>
+
+#include <unistd.h>
 
 namespace slabadapt::cli {
 
@@ -237,6 +241,71 @@ void RegisterImportCcx(CLI::App& app, const Sink& sink) {
     });
 }
 
+void RegisterAdapt(CLI::App& app, const Sink& sink) {
+    auto options = std::make_shared<AdaptOptions>();
+    CLI::App* adapt = app.add_subcommand(
+        "adapt", "Mesh P.geo, solve with CalculiX and refine until the error meets the target");
+    AddProjectArgument(*adapt, options->project);
+    adapt
+        ->add_option("--target", options->target,
+                     "required global relative error as a fraction (0.05 means 5 %)")
+        ->required()
+        ->check(TargetFraction());
+    adapt
+        ->add_option("--load-case", options->loadCases,
+                     "a load-case id of P.toml to estimate; repeat for several (summed)")
+        ->required()
+        ->take_all()
+        ->delimiter(',');
+    adapt
+        ->add_option("--h0", options->h0,
+                     "element size of the first mesh (default: the sizes of P.geo)")
+        ->check(CLI::PositiveNumber);
+    adapt->add_flag("--triangles", options->triangles,
+                    "mesh with triangles (default: quadrilaterals)");
+    adapt->add_flag("--plane-stress", options->planeStress,
+                    "plane-stress elements CPS3/CPS4 (walls in the x-y plane) instead of shells");
+    adapt->add_option("--max-cycles", options->maxCycles, "stop after this many cycles")
+        ->check(CLI::Range(1, 1000))
+        ->capture_default_str();
+    adapt
+        ->add_option("--max-elements", options->maxElements,
+                     "stop when the next mesh would have more elements")
+        ->check(CLI::PositiveNumber)
+        ->capture_default_str();
+    auto* resume = adapt->add_flag("--resume", options->resume,
+                                   "continue the record P.adapt after its last complete cycle");
+    adapt
+        ->add_flag("--fresh", options->fresh,
+                   "start again; an earlier record P.adapt is moved aside to P.adapt.1, ...")
+        ->excludes(resume);
+    adapt->add_option("--gmsh", options->gmsh, "the Gmsh program")->capture_default_str();
+    adapt->add_option("--ccx", options->ccx, "the CalculiX program")->capture_default_str();
+    adapt->footer(
+        "Example:\n  slabadapt adapt examples/flat-slab/flat-slab --target 0.05 --load-case 101 "
+        "--h0 1.0\nThe project needs P.geo (each physical surface a slab of P.toml; named "
+        "physical curves\nand points for supports and loads) and P.toml with materials, supports "
+        "and loads\n(docs/project-files.md); a P.inp beside them is used as the deck instead.\n"
+        "Exit codes: 0 target met; 80 --max-cycles reached, 81 --max-elements would be exceeded,"
+        "\n82 the error no longer falls; 1-6 a pass failed; 65 the project does not fit; 69 gmsh "
+        "or\nccx missing or failed (its log is named).");
+    adapt->callback([options, sink] {
+        options->progress = &sink.err == &std::cerr && ::isatty(2) != 0;
+        RunGuarded(sink, [&] { return AdaptCommand(*options, sink.out, sink.err); });
+    });
+}
+
+void RegisterReport(CLI::App& app, const Sink& sink) {
+    auto project = std::make_shared<fs::path>();
+    CLI::App* report = app.add_subcommand(
+        "report", "Write P.adapt/report.html again from the record of an adaptive analysis");
+    AddProjectArgument(*report, *project);
+    report->footer("Example:\n  slabadapt report examples/flat-slab/flat-slab");
+    report->callback([project, sink] {
+        RunGuarded(sink, [&] { return ReportCommand(*project, sink.out, sink.err); });
+    });
+}
+
 } // namespace
 
 void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostream& err) {
@@ -258,6 +327,8 @@ void RegisterCommands(CLI::App& app, int& exitCode, std::ostream& out, std::ostr
     RegisterResults(app, sink);
     RegisterExport(app, sink);
     RegisterImportCcx(app, sink);
+    RegisterAdapt(app, sink);
+    RegisterReport(app, sink);
 }
 
 int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err) {

@@ -166,23 +166,6 @@ bool ReportUnreadableStore(const fs::path& project, const std::exception& e, std
     return false;
 }
 
-struct WrittenFile {
-    fs::path path;
-    std::string content;
-};
-
-// What the run reports, in either form.
-struct RunReport {
-    RunOptions options;
-    std::optional<CheckReport> check;
-    int code = -1;
-    double globalError = 0.0;
-    std::vector<SlabSummary> slabs;
-    std::vector<WrittenFile> files;
-    std::string resultsProblem; // why the stored results could not be read back
-    double seconds = 0.0;
-};
-
 void PrintRunText(const RunReport& r, std::ostream& out) {
     const RunOptions& o = r.options;
     out << "slabadapt " << slabadapt::Version() << ": adaptivity run on " << o.project.string()
@@ -221,7 +204,7 @@ void PrintRunText(const RunReport& r, std::ostream& out) {
         out << "files written: none\n";
     } else {
         out << "files written:\n";
-        for (const WrittenFile& f : r.files)
+        for (const RunReport::WrittenFile& f : r.files)
             out << "  " << f.path.string() << "  (" << f.content << ")\n";
     }
     out << "time: " << Fixed(r.seconds, 2) << " s\n";
@@ -289,8 +272,7 @@ const char* ResultCodeName(int code) {
 // run
 // ---------------------------------------------------------------------------------------------
 
-int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
-    RunReport report;
+int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     report.options = options;
     report.options.project = fs::absolute(ResolveProject(options.project, err)).lexically_normal();
     const fs::path& project = report.options.project;
@@ -302,8 +284,6 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
             err << "slabadapt: the project check found " << report.check->Errors()
                 << (report.check->Errors() == 1 ? " error" : " errors")
                 << "; nothing was run (--no-check runs anyway)\n";
-            if (options.json)
-                PrintRunJson(report, out);
             return kExitDataError;
         }
     }
@@ -355,15 +335,31 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
                       (fs::exists(geo) ? geo.string() : std::string("GEOMETRY.geo")) + " -2 -bgm " +
                       pos.string()});
     }
+    return report.code;
+}
+
+int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
+    RunReport report;
+    const int code = RunPass(options, report, err);
+    if (code == kExitDataError) {
+        if (options.json)
+            PrintRunJson(report, out);
+        return code;
+    }
+    if (code == kExitInternal)
+        return code;
 
     if (options.json)
         PrintRunJson(report, out);
     else
         PrintRunText(report, out);
     if (report.code != Success) {
+        const fs::path& project = report.options.project;
         err << "slabadapt: the run ended with result " << report.code << " ("
             << ResultCodeName(report.code) << ")";
         // The module gives no reason for a file it could not write; the usual ones are here.
+        const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
+        const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");
         const fs::path* file = report.code == StoreResultsFailed          ? &gar
                                : report.code == WriteMeshRefinementFailed ? &pos
                                                                           : nullptr;

@@ -12,6 +12,8 @@
 // Every command writes its report to `out` and its complaints to `err`, and returns the
 // process's exit code (cli/ExitCodes.h). The command line is put together in CommandLine.cpp.
 #include "cli/ExitCodes.h"
+#include "cli/ProjectCheck.h"
+#include "cli/StoredResults.h"
 
 #include <CLI/CLI.hpp>
 
@@ -43,6 +45,27 @@ std::string WriteProblem(const std::filesystem::path& file);
 
 // The name of a result code of the run ("Success", "EstimatorRunFailed", ...).
 const char* ResultCodeName(int code);
+
+// What a run did, for its report in either form.
+struct RunReport {
+    struct WrittenFile {
+        std::filesystem::path path;
+        std::string content;
+    };
+    RunOptions options;               // as given, with the project resolved and absolute
+    std::optional<CheckReport> check; // empty with --no-check
+    int code = -1;                    // the pass's result code; -1 when it did not run
+    double globalError = 0.0;
+    std::vector<SlabSummary> slabs;
+    std::vector<WrittenFile> files;
+    std::string resultsProblem; // why the stored results could not be read back
+    double seconds = 0.0;
+};
+
+// The check (unless options.noCheck, its findings on `err`) and one adaptivity pass, without
+// the printed summary. Returns the pass's result code, kExitDataError when the check refused
+// the project, or kExitInternal when the pass failed before the estimator started.
+int RunPass(const RunOptions& options, RunReport& report, std::ostream& err);
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err);
 int CheckCommand(const std::filesystem::path& project, const std::vector<long>& loadCases,

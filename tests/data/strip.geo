@@ -1,0 +1,15 @@
+// A cantilever strip 4 x 1, clamped at x = 0: a small model for the adaptive loop's tests.
+Point(1) = {0, 0, 0, 0.5};
+Point(2) = {4, 0, 0, 0.5};
+Point(3) = {4, 1, 0, 0.5};
+Point(4) = {0, 1, 0, 0.5};
+Line(1) = {1, 2};
+Line(2) = {2, 3};
+Line(3) = {3, 4};
+Line(4) = {4, 1};
+Curve Loop(1) = {1, 2, 3, 4};
+Plane Surface(1) = {1};
+Physical Surface("strip", 1) = {1};
+Physical Curve("clamp", 2) = {4};
+Physical Curve("tip", 3) = {2};
+Physical Point("corner", 4) = {3};
