@@ -224,7 +224,8 @@ void MeshSvg(const MeshPicture& picture, double scaleMax, const std::string& id,
     out << "<svg id=\"" << id << "\" class=\"mesh\" xmlns=\"http://www.w3.org/2000/svg\" width=\""
         << width << "\" height=\"" << height << "\" viewBox=\"0 0 " << width << ' ' << height
         << "\" role=\"img\" aria-label=\"mesh coloured by local error\">\n<g stroke=\"#222\" "
-           "stroke-width=\"0.4\" stroke-linejoin=\"round\">\n";
+           "stroke-width=\""
+        << (mesh.elements.size() > 5000 ? "0.12" : "0.4") << "\" stroke-linejoin=\"round\">\n";
     for (const std::size_t e : order) {
         out << "<polygon points=\"";
         for (unsigned long n : mesh.elements[e].nodes) {
@@ -238,7 +239,7 @@ void MeshSvg(const MeshPicture& picture, double scaleMax, const std::string& id,
     out << "</g>\n</svg>\n";
 }
 
-void Legend(double scaleMax, std::ostream& out) {
+void Legend(double scaleMax, bool clipped, std::ostream& out) {
     out << "<svg id=\"legend\" xmlns=\"http://www.w3.org/2000/svg\" width=\"320\" "
            "height=\"44\" viewBox=\"0 0 320 44\">\n<defs><linearGradient id=\"ramp\">";
     for (int i = 0; i <= 4; ++i)
@@ -246,7 +247,8 @@ void Legend(double scaleMax, std::ostream& out) {
     out << "</linearGradient></defs>\n<rect x=\"10\" y=\"4\" width=\"300\" height=\"16\" "
            "fill=\"url(#ramp)\" stroke=\"#444\"/>\n<text x=\"10\" y=\"36\">0 %</text>"
            "<text x=\"310\" y=\"36\" text-anchor=\"end\">"
-        << Percent(scaleMax) << "</text><text x=\"160\" y=\"36\" text-anchor=\"middle\">"
+        << (clipped ? "&#8805; " : "") << Percent(scaleMax)
+        << "</text><text x=\"160\" y=\"36\" text-anchor=\"middle\">"
         << "local error</text>\n</svg>\n";
 }
 
@@ -303,14 +305,24 @@ void WriteReportHtml(const fs::path& record, const AdaptHistory& history, const 
         pictures.emplace_back(first, LoadPicture(CycleFolder(record, first) / stem));
         if (last != first)
             pictures.emplace_back(last, LoadPicture(CycleFolder(record, last) / stem));
-        double scaleMax = 0.0;
+        // The scale ends at the 98th percentile of both pictures' errors: a few corner elements
+        // of a singularity would otherwise leave every other element the same blue.
+        std::vector<double> values;
         for (const auto& [cycle, picture] : pictures)
             if (picture)
                 for (double v : picture->localError)
                     if (std::isfinite(v))
-                        scaleMax = std::max(scaleMax, v);
+                        values.push_back(v);
+        double scaleMax = 0.0;
+        bool clipped = false;
+        if (!values.empty()) {
+            const auto at = values.begin() + static_cast<std::ptrdiff_t>(0.98 * (values.size() - 1));
+            std::nth_element(values.begin(), at, values.end());
+            scaleMax = *at;
+            clipped = scaleMax < *std::max_element(values.begin(), values.end());
+        }
         out << "<h2>Meshes coloured by the local error</h2>\n";
-        Legend(scaleMax, out);
+        Legend(scaleMax, clipped, out);
         out << "<div class=\"meshes\">\n";
         for (const auto& [cycle, picture] : pictures) {
             out << "<figure>\n";

@@ -6,7 +6,7 @@ packages=(
     build-essential cmake ninja-build pkg-config git
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     libsqlite3-dev sqlite3 libtomlplusplus-dev libcli11-dev
-    gmsh calculix-ccx python3 python3-matplotlib python3-numpy clang-format chromium
+    gmsh calculix-ccx python3 python3-matplotlib python3-numpy python3-pil clang-format chromium
     locales
 )
 missing=()
