@@ -12,8 +12,11 @@
 #include <chrono>
 #include <cmath>
 #include <cstdio>
+#include <cstdlib>
 #include <fstream>
 #include <functional>
+#include <locale>
+#include <queue>
 #include <sstream>
 #include <stdexcept>
 
@@ -60,6 +63,47 @@ std::string GeoString(const fs::path& path) {
         text += c;
     }
     return '"' + text + '"';
+}
+
+// The edges of a mesh: each pair of nodes that an element's side joins, once.
+std::vector<std::array<std::size_t, 2>> MeshEdges(const host::outcome::Mesh& mesh) {
+    std::vector<std::array<std::size_t, 2>> edges;
+    for (const auto& element : mesh.elements)
+        for (std::size_t i = 0; i < element.nodes.size(); ++i) {
+            std::size_t a = element.nodes[i] - 1;
+            std::size_t b = element.nodes[(i + 1) % element.nodes.size()] - 1;
+            if (a > b)
+                std::swap(a, b);
+            edges.push_back({a, b});
+        }
+    std::sort(edges.begin(), edges.end());
+    edges.erase(std::unique(edges.begin(), edges.end()), edges.end());
+    return edges;
+}
+
+// Writes a nodal size field as the module's writer does: a Gmsh list view, one ST or SQ entry
+// per element with its nodes' coordinates and sizes.
+void WriteSizeField(const host::outcome::Mesh& mesh, const std::vector<double>& sizes,
+                    const fs::path& file) {
+    std::ofstream out(file, std::ios::binary);
+    out.imbue(std::locale::classic());
+    out.precision(17);
+    out << "View \"graded refinement\" {\n";
+    for (const auto& element : mesh.elements) {
+        out << (element.nodes.size() == 3 ? "ST(" : "SQ(");
+        for (std::size_t i = 0; i < element.nodes.size(); ++i) {
+            const auto& p = mesh.nodes[element.nodes[i] - 1].position;
+            out << (i ? "," : "") << p.x << ',' << p.y << ',' << p.z;
+        }
+        out << "){";
+        for (std::size_t i = 0; i < element.nodes.size(); ++i)
+            out << (i ? "," : "") << sizes[element.nodes[i] - 1];
+        out << "};\n";
+    }
+    out << "};\n";
+    out.flush();
+    if (!out)
+        throw AdaptFailure(kExitCannotWrite, "cannot write " + file.string());
 }
 
 class AdaptLoop {
@@ -292,7 +336,11 @@ private:
                                          "msh22",        "-o",         msh.string()};
         if (cycle > 1) {
             args.push_back("-bgm");
-            args.push_back((CycleFolder(m_record, cycle - 1) / (m_stem + ".refine.pos")).string());
+            const fs::path previous = CycleFolder(m_record, cycle - 1) / m_stem;
+            const fs::path graded = previous.string() + ".graded.pos";
+            args.push_back(m_options.gradation > 1.0 && fs::exists(graded)
+                               ? graded.string()
+                               : previous.string() + ".refine.pos");
         }
         const fs::path log = folder / "gmsh.log";
         const int code = RunProgram(args, folder, log);
@@ -324,7 +372,9 @@ private:
         const std::string part = m_stem + "_mesh.inp";
         try {
             ccx::ExportInp(project, folder / part, family);
-            if (fs::exists(UserDeck())) {
+            if (!m_options.deckCommand.empty()) {
+                // The user's own deck writer, for loads the model in P.toml cannot say.
+            } else if (fs::exists(UserDeck())) {
                 fs::copy_file(UserDeck(), folder / (m_stem + ".inp"),
                               fs::copy_options::overwrite_existing);
             } else {
@@ -338,6 +388,15 @@ private:
                                "cycle " + std::to_string(cycle) + ": " + e.what());
         } catch (const std::exception& e) {
             throw AdaptFailure(kExitDataError, "cycle " + std::to_string(cycle) + ": " + e.what());
+        }
+        if (!m_options.deckCommand.empty()) {
+            const fs::path deckLog = folder / "deck.log";
+            ::setenv("SLABADAPT_P", m_stem.c_str(), 1);
+            const int code = RunProgram({"sh", "-c", m_options.deckCommand}, folder, deckLog);
+            if (code != 0 || !fs::exists(folder / (m_stem + ".inp")))
+                throw AdaptFailure(kExitToolFailed,
+                                   "the deck command did not write " + m_stem + ".inp (exit " +
+                                       std::to_string(code) + ") in " + Where(cycle, deckLog));
         }
         const fs::path log = folder / "ccx.log";
         const int code = RunProgram({m_options.ccx, "-i", m_stem}, folder, log);
@@ -389,6 +448,19 @@ private:
         for (std::size_t e = 0; e < columns.size(); ++e) {
             areas[e] = model.mesh.ElementArea(static_cast<unsigned long>(e + 1));
             sizes[e] = columns[e][results::kNewSizeColumn];
+        }
+        if (m_options.gradation > 1.0) {
+            // The field of the next mesh: the module's nodal sizes, graded. The module's own
+            // P.refine.pos stays as it wrote it.
+            const auto graded = GradeSizes(NodalSizes(model.mesh, columns), MeshEdges(model.mesh),
+                                           m_options.gradation);
+            WriteSizeField(model.mesh, graded, project.string() + ".graded.pos");
+            for (std::size_t e = 0; e < sizes.size(); ++e) {
+                double sum = 0.0;
+                for (unsigned long n : model.mesh.elements[e].nodes)
+                    sum += graded[n - 1];
+                sizes[e] = std::min(sizes[e], sum / model.mesh.elements[e].nodes.size());
+            }
         }
         record.predictedNext = PredictElements(areas, sizes, m_options.triangles);
     }
@@ -457,6 +529,36 @@ private:
 };
 
 } // namespace
+
+std::vector<double> GradeSizes(std::vector<double> sizes,
+                               const std::vector<std::array<std::size_t, 2>>& edges,
+                               double ratio) {
+    if (!(ratio > 1.0))
+        return sizes;
+    std::vector<std::vector<std::size_t>> neighbours(sizes.size());
+    for (const auto& [a, b] : edges) {
+        neighbours[a].push_back(b);
+        neighbours[b].push_back(a);
+    }
+    // From the smallest size outwards: a node is final when it leaves the queue.
+    using Entry = std::pair<double, std::size_t>;
+    std::priority_queue<Entry, std::vector<Entry>, std::greater<>> queue;
+    for (std::size_t n = 0; n < sizes.size(); ++n)
+        if (sizes[n] > 0.0)
+            queue.push({sizes[n], n});
+    while (!queue.empty()) {
+        const auto [h, n] = queue.top();
+        queue.pop();
+        if (h > sizes[n])
+            continue; // an older entry
+        for (const std::size_t m : neighbours[n])
+            if (sizes[m] > ratio * h) {
+                sizes[m] = ratio * h;
+                queue.push({sizes[m], m});
+            }
+    }
+    return sizes;
+}
 
 StopDecision DecideStop(const std::vector<CycleRecord>& cycles, const AdaptOptions& options) {
     StopDecision decision;

@@ -11,6 +11,7 @@
 // and history.json record the complete cycles, P.adapt/report.html shows them.
 #include "cli/AdaptHistory.h"
 
+#include <array>
 #include <cstddef>
 #include <filesystem>
 #include <ostream>
@@ -28,6 +29,9 @@ struct AdaptOptions {
     bool planeStress = false;
     int maxCycles = 8;
     std::size_t maxElements = 200000;
+    double gradation = 0.0;    // > 1: the largest size ratio of neighbouring nodes in the field
+                               // the next mesh is made with; 0: the module's field as it is
+    std::string deckCommand;   // run in each cycle's folder to write P.inp (P in $SLABADAPT_P)
     bool resume = false;
     bool fresh = false;
     std::string gmsh = "gmsh";
@@ -40,6 +44,14 @@ struct AdaptOptions {
 // triangle of side h), summed.
 std::size_t PredictElements(const std::vector<double>& areas, const std::vector<double>& sizes,
                             bool triangles);
+
+// Limits the ratio of the sizes of neighbouring nodes to `ratio` (> 1), as mesh adaptors'
+// gradation does: a node's size becomes at most `ratio` times the size of any neighbour, the
+// smallest sizes spreading outwards. `edges` are pairs of zero-based node indices. Sizes only
+// ever shrink, so the graded field asks for at least the accuracy of the given one.
+std::vector<double> GradeSizes(std::vector<double> sizes,
+                               const std::vector<std::array<std::size_t, 2>>& edges,
+                               double ratio);
 
 // Why the loop stops after the last of `cycles`, checked in this order: the target is met (exit
 // 0), the error fell by less than 1 % since the cycle before (kExitAdaptStalled), --max-cycles

@@ -273,6 +273,14 @@ void RegisterAdapt(CLI::App& app, const Sink& sink) {
                      "stop when the next mesh would have more elements")
         ->check(CLI::PositiveNumber)
         ->capture_default_str();
+    adapt
+        ->add_option("--gradation", options->gradation,
+                     "limit the size ratio of neighbouring nodes in the next mesh's field to R "
+                     "(> 1; default: the module's field as it is)")
+        ->check(CLI::Range(1.0, 100.0));
+    adapt->add_option("--deck-command", options->deckCommand,
+                      "a shell command run in each cycle's folder after the mesh part "
+                      "P_mesh.inp is written, which writes the deck P.inp (P in $SLABADAPT_P)");
     auto* resume = adapt->add_flag("--resume", options->resume,
                                    "continue the record P.adapt after its last complete cycle");
     adapt

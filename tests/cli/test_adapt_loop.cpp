@@ -139,6 +139,39 @@ TEST_F(AdaptLoop, AMissingOrFailingToolIsNamedWithItsLog) {
               std::string::npos);
 }
 
+TEST_F(AdaptLoop, GradationMeshesTheNextCycleWithTheGradedFieldAndKeepsTheModulesOwn) {
+    const Outcome o = Adapt("--target 0.02 --load-case 1 --h0 0.5 --gradation 1.3 --max-cycles 2");
+    ASSERT_EQ(o.code, slabadapt::cli::kExitAdaptMaxCycles) << o.out << o.err;
+    const fs::path first = Record() / "cycle-01";
+    ASSERT_TRUE(fs::exists(first / "strip.graded.pos"));
+    EXPECT_TRUE(fs::exists(first / "strip.refine.pos"));
+    EXPECT_NE(fixture::ReadFile(first / "strip.refine.pos"),
+              fixture::ReadFile(first / "strip.graded.pos"));
+    EXPECT_NE(fixture::ReadFile(Record() / "cycle-02" / "gmsh.log").find("strip.graded.pos"),
+              std::string::npos);
+}
+
+TEST_F(AdaptLoop, ADeckCommandWritesEachCyclesDeck) {
+    fixture::WriteFile(m_dir / "deck.inp", "*INCLUDE, INPUT=strip_mesh.inp\n*MATERIAL, NAME=M\n"
+                                           "*ELASTIC\n3e10, 0.2\n*SHELL SECTION, ELSET=EALL, "
+                                           "MATERIAL=M\n0.2\n*BOUNDARY\nCLAMP, 1, 6\n*STEP\n"
+                                           "*STATIC\n*DLOAD\nEALL, P, -1000\n*EL PRINT, "
+                                           "ELSET=EALL\nS, E, COORD\n*END STEP\n*STEP\n*STATIC\n"
+                                           "*DLOAD, OP=NEW\n*EL PRINT, ELSET=EALL\nS, E, COORD\n"
+                                           "*END STEP\n");
+    const Outcome o = Adapt("--target 0.1 --load-case 1 --h0 0.5 --deck-command "
+                            "'cp ../../deck.inp \"$SLABADAPT_P.inp\"'");
+    ASSERT_EQ(o.code, 0) << o.out << o.err;
+    EXPECT_EQ(fixture::ReadFile(Record() / "cycle-01" / "strip.inp"),
+              fixture::ReadFile(m_dir / "deck.inp"));
+
+    const Outcome failing = Adapt("--target 0.1 --load-case 1 --fresh --deck-command 'exit 3'");
+    EXPECT_EQ(failing.code, slabadapt::cli::kExitToolFailed);
+    EXPECT_NE(failing.err.find("the deck command did not write strip.inp (exit 3) in cycle 1"),
+              std::string::npos)
+        << failing.err;
+}
+
 TEST_F(AdaptLoop, AProjectThatCannotMakeADeckIsRefusedWithTheReason) {
     fixture::WriteFile(m_dir / "strip.toml",
                        "[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 1\nindex = 1\n");

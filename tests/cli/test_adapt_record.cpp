@@ -117,6 +117,19 @@ TEST(AdaptPrediction, AnElementOfTwiceTheSizeIsAQuarterOfAnElement) {
     EXPECT_EQ(PredictElements({1.0, 1.0}, {NAN, 0.0}, false), 0u);
 }
 
+TEST(AdaptGradation, SizesGrowByAtMostTheRatioFromTheSmallest) {
+    const std::vector<std::array<std::size_t, 2>> chain = {{0, 1}, {1, 2}, {2, 3}};
+    EXPECT_EQ(GradeSizes({1, 10, 10, 10}, chain, 2.0), (std::vector<double>{1, 2, 4, 8}));
+    EXPECT_EQ(GradeSizes({10, 10, 10, 1}, chain, 2.0), (std::vector<double>{8, 4, 2, 1}));
+    // Two small sizes: each node takes the tighter of the two limits.
+    EXPECT_EQ(GradeSizes({1, 10, 10, 1}, chain, 3.0), (std::vector<double>{1, 3, 3, 1}));
+    // A field that is already graded, or a ratio of 1 or less, stays as it is.
+    EXPECT_EQ(GradeSizes({1, 1.5, 2, 3}, chain, 2.0), (std::vector<double>{1, 1.5, 2, 3}));
+    EXPECT_EQ(GradeSizes({1, 10, 10, 10}, chain, 1.0), (std::vector<double>{1, 10, 10, 10}));
+    // A node without size (no element) neither limits nor is limited.
+    EXPECT_EQ(GradeSizes({0, 10, 1}, {{0, 1}, {1, 2}}, 2.0), (std::vector<double>{0, 2, 1}));
+}
+
 TEST(AdaptRecord, WritesAndReadsBackEveryCycleAndTheStop) {
     slabadapt::test::TempDir dir("adapt-record");
     AdaptHistory h;
