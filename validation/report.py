@@ -155,10 +155,10 @@ def main(argv=None):
                         ("square plate S4", by(square, "s4"), "^-"),
                         ("square plate S3", by(square, "s3"), "v-")])
     adaptive_figure(figs / "adaptive-convergence.png", adaptive)
-    first = str(Path(adaptive["final_dir"]).parent / "cycle-0")
+    first = adaptive["first_dir"]
     cyc = adaptive["cycles"]
     mesh_figure(figs / "adaptive-final-mesh.png", [first, adaptive["final_dir"]],
-                [f"cycle 0: {cyc[0]['elements']} elements, estimated {pct(cyc[0]['estimated'])} %",
+                [f"cycle {cyc[0]['cycle']}: {cyc[0]['elements']} elements, estimated {pct(cyc[0]['estimated'])} %",
                  f"cycle {cyc[-1]['cycle']} (final): {cyc[-1]['elements']} elements, "
                  f"estimated {pct(cyc[-1]['estimated'])} %"])
 
