@@ -394,9 +394,9 @@ private:
             ::setenv("SLABADAPT_P", m_stem.c_str(), 1);
             const int code = RunProgram({"sh", "-c", m_options.deckCommand}, folder, deckLog);
             if (code != 0 || !fs::exists(folder / (m_stem + ".inp")))
-                throw AdaptFailure(kExitToolFailed,
-                                   "the deck command did not write " + m_stem + ".inp (exit " +
-                                       std::to_string(code) + ") in " + Where(cycle, deckLog));
+                throw AdaptFailure(kExitToolFailed, "the deck command did not write " + m_stem +
+                                                        ".inp (exit " + std::to_string(code) +
+                                                        ") in " + Where(cycle, deckLog));
         }
         const fs::path log = folder / "ccx.log";
         const int code = RunProgram({m_options.ccx, "-i", m_stem}, folder, log);
@@ -531,8 +531,7 @@ private:
 } // namespace
 
 std::vector<double> GradeSizes(std::vector<double> sizes,
-                               const std::vector<std::array<std::size_t, 2>>& edges,
-                               double ratio) {
+                               const std::vector<std::array<std::size_t, 2>>& edges, double ratio) {
     if (!(ratio > 1.0))
         return sizes;
     std::vector<std::vector<std::size_t>> neighbours(sizes.size());

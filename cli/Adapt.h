@@ -29,9 +29,9 @@ struct AdaptOptions {
     bool planeStress = false;
     int maxCycles = 8;
     std::size_t maxElements = 200000;
-    double gradation = 0.0;    // > 1: the largest size ratio of neighbouring nodes in the field
-                               // the next mesh is made with; 0: the module's field as it is
-    std::string deckCommand;   // run in each cycle's folder to write P.inp (P in $SLABADAPT_P)
+    double gradation = 0.0;  // > 1: the largest size ratio of neighbouring nodes in the field
+                             // the next mesh is made with; 0: the module's field as it is
+    std::string deckCommand; // run in each cycle's folder to write P.inp (P in $SLABADAPT_P)
     bool resume = false;
     bool fresh = false;
     std::string gmsh = "gmsh";
@@ -50,8 +50,7 @@ std::size_t PredictElements(const std::vector<double>& areas, const std::vector<
 // smallest sizes spreading outwards. `edges` are pairs of zero-based node indices. Sizes only
 // ever shrink, so the graded field asks for at least the accuracy of the given one.
 std::vector<double> GradeSizes(std::vector<double> sizes,
-                               const std::vector<std::array<std::size_t, 2>>& edges,
-                               double ratio);
+                               const std::vector<std::array<std::size_t, 2>>& edges, double ratio);
 
 // Why the loop stops after the last of `cycles`, checked in this order: the target is met (exit
 // 0), the error fell by less than 1 % since the cycle before (kExitAdaptStalled), --max-cycles

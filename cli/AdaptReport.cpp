@@ -316,7 +316,8 @@ void WriteReportHtml(const fs::path& record, const AdaptHistory& history, const 
         double scaleMax = 0.0;
         bool clipped = false;
         if (!values.empty()) {
-            const auto at = values.begin() + static_cast<std::ptrdiff_t>(0.98 * (values.size() - 1));
+            const auto at =
+                values.begin() + static_cast<std::ptrdiff_t>(0.98 * (values.size() - 1));
             std::nth_element(values.begin(), at, values.end());
             scaleMax = *at;
             clipped = scaleMax < *std::max_element(values.begin(), values.end());

@@ -1,7 +1,6 @@
 #include "cli/ccx/DeckWriter.h"
 
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <fstream>
 #include <locale>
@@ -11,14 +10,6 @@
 namespace slabadapt::ccx {
 
 namespace {
-
-std::string Number(double v) {
-    if (v == 0.0)
-        v = 0.0; // no "-0"
-    char buf[32];
-    const auto r = std::to_chars(buf, buf + sizeof buf, v); // shortest round trip, any locale
-    return std::string(buf, r.ptr);
-}
 
 class Deck {
 public:
@@ -100,12 +91,12 @@ private:
                 << (m_mesh.slabs[s].name.empty() ? std::string()
                                                  : " \"" + m_mesh.slabs[s].name + "\"")
                 << "\n*MATERIAL, NAME=M" << set << "\n*ELASTIC\n"
-                << Number(*slab->young) << ", " << Number(*slab->poisson) << '\n';
+                << CcxNumber(*slab->young) << ", " << CcxNumber(*slab->poisson) << '\n';
             if (slab->density)
-                out << "*DENSITY\n" << Number(*slab->density) << '\n';
+                out << "*DENSITY\n" << CcxNumber(*slab->density) << '\n';
             out << (Shell() ? "*SHELL SECTION" : "*SOLID SECTION") << ", ELSET=" << set
                 << ", MATERIAL=M" << set << '\n'
-                << Number(slab->thickness) << '\n';
+                << CcxNumber(slab->thickness) << '\n';
         }
     }
 
@@ -146,7 +137,7 @@ private:
             if (s < 0)
                 Fail(lc.line, "the pressure of " + name + " is on slab " + std::to_string(p.slab) +
                                   ", which P.msh does not have");
-            dload << "SLAB" << s + 1 << ", P, " << Number(-p.value) << '\n';
+            dload << "SLAB" << s + 1 << ", P, " << CcxNumber(-p.value) << '\n';
         }
         if (lc.selfWeight) {
             if (!Shell())
@@ -159,7 +150,7 @@ private:
                     Fail(slab != nullptr ? slab->line : lc.line,
                          "slab " + std::to_string(m_mesh.slabs[s].physicalTag) +
                              " has no density, which the self weight of " + name + " needs");
-                dload << "SLAB" << s + 1 << ", GRAV, " << Number(lc.g) << ", 0., 0., -1.\n";
+                dload << "SLAB" << s + 1 << ", GRAV, " << CcxNumber(lc.g) << ", 0., 0., -1.\n";
             }
         }
         // OP=NEW: loads carry over into the next step in CalculiX unless a step replaces them,
@@ -207,7 +198,7 @@ private:
         for (const auto& [node, f] : forces)
             for (std::size_t c = 0; c < 3; ++c)
                 if (f[c] != 0.0 && (Shell() || c < 2))
-                    out << node + 1 << ", " << c + 1 << ", " << Number(f[c]) << '\n';
+                    out << node + 1 << ", " << c + 1 << ", " << CcxNumber(f[c]) << '\n';
     }
 
     const ProjectMesh& m_mesh;

@@ -12,12 +12,6 @@ namespace slabadapt::ccx {
 
 namespace {
 
-std::string Number(double v) {
-    char buf[32];
-    const auto r = std::to_chars(buf, buf + sizeof buf, v); // shortest round trip, any locale
-    return std::string(buf, r.ptr);
-}
-
 /// Twice the signed area in the x-y plane (positive: anticlockwise seen from +z).
 double SignedArea2(const ProjectMesh& mesh, const MeshElement& e) {
     double a = 0.0;
@@ -41,6 +35,22 @@ template <class Range> void WriteList(std::ostream& out, const Range& items) {
 }
 
 } // namespace
+
+std::string CcxNumber(double v) {
+    if (v == 0.0)
+        v = 0.0; // no "-0"
+    char buf[40];
+    const auto r = std::to_chars(buf, buf + sizeof buf, v); // shortest round trip, any locale
+    if (r.ptr - buf <= kCcxFieldWidth)
+        return std::string(buf, r.ptr);
+    // CalculiX refuses a field of more than 20 characters: as many digits as fit.
+    for (int digits = 16; digits > 1; --digits) {
+        const auto p = std::to_chars(buf, buf + sizeof buf, v, std::chars_format::general, digits);
+        if (p.ptr - buf <= kCcxFieldWidth)
+            return std::string(buf, p.ptr);
+    }
+    return std::string(buf, r.ptr);
+}
 
 std::string NodeSetName(const NodeGroup& group) {
     if (group.name.empty())
@@ -73,8 +83,8 @@ void WriteInp(const ProjectMesh& mesh, InpFamily family, std::ostream& out) {
         << " are the slabs; EALL holds every element, NALL every node.\n";
     out << "*NODE, NSET=NALL\n";
     for (std::size_t i = 0; i < mesh.nodes.size(); ++i)
-        out << i + 1 << ", " << Number(mesh.nodes[i][0]) << ", " << Number(mesh.nodes[i][1]) << ", "
-            << Number(mesh.nodes[i][2]) << '\n';
+        out << i + 1 << ", " << CcxNumber(mesh.nodes[i][0]) << ", " << CcxNumber(mesh.nodes[i][1])
+            << ", " << CcxNumber(mesh.nodes[i][2]) << '\n';
 
     const char* tri = family == InpFamily::Shell ? "S3" : "CPS3";
     const char* quad = family == InpFamily::Shell ? "S4" : "CPS4";
@@ -99,7 +109,7 @@ void WriteInp(const ProjectMesh& mesh, InpFamily family, std::ostream& out) {
         out << "** slab " << s + 1 << ": physical surface " << slab.physicalTag
             << (slab.name.empty() ? std::string() : " \"" + slab.name + "\"");
         if (slab.thickness > 0.0)
-            out << ", thickness " << Number(slab.thickness);
+            out << ", thickness " << CcxNumber(slab.thickness);
         out << "\n*ELSET, ELSET=SLAB" << s + 1 << ", GENERATE\n"
             << slab.firstElement + 1 << ", " << slab.firstElement + slab.elementCount << ", 1\n";
     }

@@ -24,6 +24,14 @@ enum class InpFamily {
     PlaneStress ///< CPS3 / CPS4: walls (membranes)
 };
 
+/// CalculiX reads no field of an input line beyond this many characters.
+inline constexpr long kCcxFieldWidth = 20;
+
+/// A number for a CalculiX input line, in any locale: the shortest form that reads back to the
+/// same double when it fits in kCcxFieldWidth characters, else as many digits as fit (at least
+/// 13, e.g. "-1.2345678901235e-05": a relative change below 1e-13).
+std::string CcxNumber(double v);
+
 /// The set name of a node group: its physical name in upper case with characters other than
 /// letters, digits and '_' replaced by '_', or CURVE<tag> / POINT<tag> when it has none.
 std::string NodeSetName(const NodeGroup& group);

@@ -106,6 +106,19 @@ protected:
     slabadapt::test::TempDir m_dir{"deck"};
 };
 
+TEST(CcxNumber, FitsCalculixFieldsAndReadsBackAsCloseAsTheyAllow) {
+    using slabadapt::ccx::CcxNumber;
+    EXPECT_EQ(CcxNumber(0.5), "0.5");
+    EXPECT_EQ(CcxNumber(-0.0), "0");
+    EXPECT_EQ(CcxNumber(0.1 + 0.2), "0.30000000000000004"); // fits: read back exactly
+    for (double v : {-1.2345678901234567e-05, -1.2345678901234567e-105, 1.0 / 3.0 * 1e300,
+                     -2.007886275685694e-01, 123456789.12345678}) {
+        const std::string text = CcxNumber(v);
+        EXPECT_LE(text.size(), 20u) << text;
+        EXPECT_TRUE(Near(v, std::strtod(text.c_str(), nullptr), 0.0, 1e-12)) << text;
+    }
+}
+
 TEST_F(DeckWriterTest, WritesMaterialSectionSupportsAndOneStepPerLoadCaseInIndexOrder) {
     Project("[[support]]\ngroup = \"edge\"\nfix = [\"fixed\"]\n"
             "[[load_case]]\nid = 7\nindex = 2\nname = \"second\"\n"
