@@ -1,6 +1,7 @@
 #!/usr/bin/env bash
 # Reproduces docs/validation.md and its figures from scratch: the hole plate (Kirsch), the
-# square plate (Navier) and the adaptive loop, each run through Gmsh, CalculiX and slabadapt.
+# square plate (Navier), the adaptive loop on the hole plate, the L-shaped domain (Williams) and
+# the flat slab with and without gradation, each run through Gmsh, CalculiX and slabadapt.
 #   SLABADAPT  the slabadapt command to use (default: build/release/cli/slabadapt, built here
 #              with the release preset when missing)
 #   PYTHON     a Python 3 with numpy and matplotlib (default: Debian's /usr/bin/python3)
@@ -27,4 +28,7 @@ mkdir -p "$OUT"
 "$PYTHON" validation/squareplate.py "$OUT"
 "$PYTHON" validation/squareplate.py "$OUT" --plane-stress
 "$PYTHON" validation/adaptive.py "$OUT"
+"$PYTHON" validation/lshape.py check
+"$PYTHON" validation/lshape.py study "$OUT"
+"$PYTHON" validation/flatslab.py "$OUT"
 "$PYTHON" validation/report.py "$OUT"

@@ -157,7 +157,8 @@ TEST_F(ProjectDataTest, UnknownKeysAreNamed) {
     ProjectError e = ErrorOf("[[slab]]\ntag = 1\nthicknes = 0.2\nthickness = 0.2\n");
     EXPECT_EQ(e.line(), 3u);
     EXPECT_THAT(e.what(),
-                HasSubstr("unknown key \"thicknes\" in [[slab]] (expected name, tag, thickness)"));
+                HasSubstr("unknown key \"thicknes\" in [[slab]] (expected density, name, poisson, "
+                          "tag, thickness, young)"));
     EXPECT_THAT(ErrorOf("slabs = 3\n").what(), HasSubstr("unknown key \"slabs\" in the top level"));
 }
 
