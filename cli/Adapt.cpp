@@ -3,6 +3,7 @@
 #include "adaptivity/Version.h"
 #include "cli/AdaptReport.h"
 #include "cli/Commands.h"
+#include "cli/Envelope.h"
 #include "cli/ExternalTool.h"
 #include "cli/ccx/CcxImport.h"
 #include "cli/ccx/DeckWriter.h"
@@ -167,7 +168,14 @@ private:
         } catch (const host::outcome::ProjectError& e) {
             throw AdaptFailure(kExitDataError, e.what());
         }
-        for (const long id : m_options.loadCases) {
+        if (m_options.each)
+            for (const auto& lc : m_data.loadCases)
+                if (lc.valid)
+                    m_options.envelope.push_back(lc.id);
+        if (m_options.each && m_options.envelope.empty())
+            throw AdaptFailure(kExitDataError, Toml().string() + " has no valid load case");
+        for (const long id :
+             m_options.envelope.empty() ? m_options.loadCases : m_options.envelope) {
             const bool known =
                 std::any_of(m_data.loadCases.begin(), m_data.loadCases.end(),
                             [id](const host::outcome::LoadCaseData& lc) { return lc.id == id; });
@@ -255,7 +263,7 @@ private:
     void FillSettings() {
         m_history.project = m_options.project.string();
         m_history.target = m_options.target;
-        m_history.loadCases = m_options.loadCases;
+        m_history.loadCases = m_options.envelope.empty() ? m_options.loadCases : m_options.envelope;
     }
 
     void Progress(int cycle, const char* step) {
@@ -426,6 +434,10 @@ private:
         options.loadCases = m_options.loadCases;
         const fs::path log = project.parent_path() / "run.log";
         std::ofstream out(log);
+        if (!m_options.envelope.empty()) {
+            EstimateEnvelope(cycle, options, log, out, record);
+            return;
+        }
         RunReport report;
         const int code = RunPass(options, report, out);
         if (code != 0)
@@ -465,6 +477,38 @@ private:
         record.predictedNext = PredictElements(areas, sizes, m_options.triangles);
     }
 
+    // The envelope of the passes: the loop goes on until every pass meets the target, so the
+    // cycle's global error is the largest of the passes'; the next mesh is the envelope's.
+    void EstimateEnvelope(int cycle, RunOptions options, const fs::path& log, std::ostream& out,
+                          CycleRecord& record) {
+        options.loadCases = m_options.envelope;
+        EnvelopeReport report;
+        const int code = RunEnvelope(options, report, out);
+        if (code != 0)
+            throw AdaptFailure(code,
+                               "the envelope of the passes ended with " +
+                                   (code == kExitDataError ? std::string("a failed project check")
+                                                           : "code " + std::to_string(code)) +
+                                   " in " + Where(cycle, log));
+        const host::outcome::Project& model = *report.check->model;
+        record.elements = model.mesh.elements.size();
+        record.nodes = model.mesh.nodes.size();
+        record.globalError = report.globalError;
+        for (const EnvelopePass& p : report.passes)
+            record.passes.emplace_back(p.loadCase, p.globalError);
+        for (const SlabSummary& s : report.slabs)
+            record.slabs.push_back({s.slab, s.name, s.maxLocalErrorPercent / 100.0});
+        const auto columns = ElementColumns(ReadStoredResults(options.project, &model),
+                                            model.mesh.elements.size(), 0, true);
+        std::vector<double> areas(columns.size());
+        std::vector<double> sizes(columns.size());
+        for (std::size_t e = 0; e < columns.size(); ++e) {
+            areas[e] = model.mesh.ElementArea(static_cast<unsigned long>(e + 1));
+            sizes[e] = columns[e][results::kNewSizeColumn];
+        }
+        record.predictedNext = PredictElements(areas, sizes, m_options.triangles);
+    }
+
     // Whether the loop stops after the newest cycle; its exit code.
     int Decide() {
         const StopDecision decision = DecideStop(m_history.cycles, m_options);
@@ -486,9 +530,11 @@ private:
     void PrintHeader() {
         m_out << "slabadapt " << slabadapt::Version() << ": adaptive analysis of "
               << m_options.project.string() << "\n  target " << General(100.0 * m_options.target)
-              << " %, load case" << (m_options.loadCases.size() == 1 ? " " : "s ");
-        for (std::size_t i = 0; i < m_options.loadCases.size(); ++i)
-            m_out << (i ? ", " : "") << m_options.loadCases[i];
+              << (m_options.envelope.empty() ? " %, " : " % for every pass of the envelope of ");
+        const auto& cases = m_options.envelope.empty() ? m_options.loadCases : m_options.envelope;
+        m_out << (cases.size() == 1 ? "load case " : "load cases ");
+        for (std::size_t i = 0; i < cases.size(); ++i)
+            m_out << (i ? ", " : "") << cases[i];
         m_out << "; " << (m_options.triangles ? "triangles" : "quadrilaterals")
               << (m_options.planeStress ? " in plane stress" : " (shells)") << "; first mesh "
               << (m_options.h0 > 0.0 ? "h0 = " + General(m_options.h0)

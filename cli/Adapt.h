@@ -24,6 +24,10 @@ struct AdaptOptions {
     std::filesystem::path project;
     double target = 0.05;
     std::vector<long> loadCases;
+    // An envelope: one pass per load case or combination, the loop going on until every pass
+    // meets the target (loadCases then empty); `each`: every valid load case of P.toml.
+    std::vector<long> envelope;
+    bool each = false;
     double h0 = 0.0; // size of the first mesh; 0: the geometry's own sizes
     bool triangles = false;
     bool planeStress = false;

@@ -84,7 +84,15 @@ std::string Json(const AdaptHistory& history) {
             out << (s ? ", " : "") << "{\"slab\": " << c.slabs[s].slab
                 << ", \"name\": " << JsonString(c.slabs[s].name)
                 << ", \"value\": " << JsonNumber(c.slabs[s].maxLocalError) << "}";
-        out << "], \"seconds\": {\"mesh\": " << JsonNumber(c.meshSeconds)
+        out << "]";
+        if (!c.passes.empty()) {
+            out << ", \"passes\": [";
+            for (std::size_t k = 0; k < c.passes.size(); ++k)
+                out << (k ? ", " : "") << "{\"load_case\": " << c.passes[k].first
+                    << ", \"global_error\": " << JsonNumber(c.passes[k].second) << "}";
+            out << "]";
+        }
+        out << ", \"seconds\": {\"mesh\": " << JsonNumber(c.meshSeconds)
             << ", \"solve\": " << JsonNumber(c.solveSeconds)
             << ", \"import\": " << JsonNumber(c.importSeconds)
             << ", \"estimate\": " << JsonNumber(c.estimateSeconds)

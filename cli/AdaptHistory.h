@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <filesystem>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace slabadapt::cli {
@@ -23,6 +24,8 @@ struct CycleRecord {
     double globalError = 0.0; // a fraction
     std::vector<SlabError> slabs;
     std::size_t predictedNext = 0; // elements the size field asks for in the next mesh
+    // With an envelope, each pass's load case and global error (globalError is the largest).
+    std::vector<std::pair<long, double>> passes;
     // Wall time of each step, in seconds.
     double meshSeconds = 0.0;
     double solveSeconds = 0.0;

@@ -3,6 +3,7 @@
 #include "adaptivity/Version.h"
 #include "cli/Adapt.h"
 #include "cli/Commands.h"
+#include "cli/Envelope.h"
 
 #include <cstdlib>
 #include <exception>
@@ -31,6 +32,26 @@ template <class Command> void RunGuarded(const Sink& sink, Command&& command) {
     } catch (const std::exception& e) {
         sink.err << "slabadapt: " << e.what() << '\n';
         sink.exitCode = kExitInternal;
+    }
+}
+
+// --each: every valid load case of P.toml, in file order; empty (said on `err`) when P.toml
+// cannot be read or has none.
+std::vector<long> EveryValidLoadCase(const fs::path& given, std::ostream& err) {
+    const fs::path project = ResolveProject(given, err);
+    try {
+        std::vector<long> ids;
+        for (const auto& lc :
+             host::outcome::ReadProjectData(host::outcome::ProjectFile(project, ".toml")).loadCases)
+            if (lc.valid)
+                ids.push_back(lc.id);
+        if (ids.empty())
+            err << "slabadapt: " << host::outcome::ProjectFile(project, ".toml").string()
+                << " has no valid load case for --each\n";
+        return ids;
+    } catch (const std::exception& e) {
+        err << "slabadapt: " << e.what() << '\n';
+        return {};
     }
 }
 
@@ -88,11 +109,25 @@ void RegisterRun(CLI::App& app, const Sink& sink) {
                     "required relative error as a fraction (0.05 means 5 %)")
         ->required()
         ->check(TargetFraction());
-    run->add_option("--load-case", options->loadCases,
-                    "a load-case id of P.toml to evaluate; repeat for several, or 101,102 (summed)")
-        ->required()
-        ->take_all()
-        ->delimiter(',');
+    CLI::Option* loadCase =
+        run->add_option("--load-case", options->loadCases,
+                        "a load-case id of P.toml to evaluate; repeat for several, or 101,102 "
+                        "(summed)")
+            ->take_all()
+            ->delimiter(',');
+    auto envelope = std::make_shared<std::vector<long>>();
+    auto each = std::make_shared<bool>(false);
+    CLI::Option* envelopeOption =
+        run->add_option("--envelope", *envelope,
+                        "one pass per load case or combination given, merged: the largest errors "
+                        "and the smallest sizes of all")
+            ->take_all()
+            ->delimiter(',')
+            ->excludes(loadCase);
+    run->add_flag("--each", *each,
+                  "an envelope over every valid load case of P.toml, each taken alone")
+        ->excludes(loadCase)
+        ->excludes(envelopeOption);
     run->add_option("--solver-type", options->solverType,
                     "the solver type handed to the result store")
         ->check(CLI::NonNegativeNumber);
@@ -104,8 +139,21 @@ void RegisterRun(CLI::App& app, const Sink& sink) {
     run->footer("Example:\n  slabadapt run examples/floor/floor --target 0.05 --load-case 101 "
                 "--load-case 102\nExits with the run's result code (0 success, 1-6 the failed "
                 "stage) or 65 when the check fails.");
-    run->callback([options, sink] {
-        RunGuarded(sink, [&] { return RunCommand(*options, sink.out, sink.err); });
+    run->callback([options, envelope, each, sink] {
+        RunGuarded(sink, [&] {
+            if (options->loadCases.empty() && envelope->empty() && !*each) {
+                sink.err << "slabadapt run: --load-case is required (or --envelope ID ID ... or "
+                            "--each)\nSee `slabadapt run --help`.\n";
+                return kExitUsage;
+            }
+            if (envelope->empty() && !*each)
+                return RunCommand(*options, sink.out, sink.err);
+            RunOptions passes = *options;
+            passes.loadCases = *each ? EveryValidLoadCase(options->project, sink.err) : *envelope;
+            if (passes.loadCases.empty())
+                return kExitDataError;
+            return EnvelopeCommand(passes, sink.out, sink.err);
+        });
     });
 }
 
@@ -251,12 +299,23 @@ void RegisterAdapt(CLI::App& app, const Sink& sink) {
                      "required global relative error as a fraction (0.05 means 5 %)")
         ->required()
         ->check(TargetFraction());
-    adapt
-        ->add_option("--load-case", options->loadCases,
-                     "a load-case id of P.toml to estimate; repeat for several (summed)")
-        ->required()
-        ->take_all()
-        ->delimiter(',');
+    CLI::Option* loadCase =
+        adapt
+            ->add_option("--load-case", options->loadCases,
+                         "a load-case id of P.toml to estimate; repeat for several (summed)")
+            ->take_all()
+            ->delimiter(',');
+    CLI::Option* envelope =
+        adapt
+            ->add_option("--envelope", options->envelope,
+                         "one pass per load case or combination given, until every pass meets "
+                         "the target; the next mesh is their envelope")
+            ->take_all()
+            ->delimiter(',')
+            ->excludes(loadCase);
+    adapt->add_flag("--each", options->each, "--envelope over every valid load case of P.toml")
+        ->excludes(loadCase)
+        ->excludes(envelope);
     adapt
         ->add_option("--h0", options->h0,
                      "element size of the first mesh (default: the sizes of P.geo)")
@@ -299,7 +358,14 @@ void RegisterAdapt(CLI::App& app, const Sink& sink) {
         "or\nccx missing or failed (its log is named).");
     adapt->callback([options, sink] {
         options->progress = &sink.err == &std::cerr && ::isatty(2) != 0;
-        RunGuarded(sink, [&] { return AdaptCommand(*options, sink.out, sink.err); });
+        RunGuarded(sink, [&] {
+            if (options->loadCases.empty() && options->envelope.empty() && !options->each) {
+                sink.err << "slabadapt adapt: --load-case is required (or --envelope ID ID ... "
+                            "or --each)\nSee `slabadapt adapt --help`.\n";
+                return kExitUsage;
+            }
+            return AdaptCommand(*options, sink.out, sink.err);
+        });
     });
 }
 

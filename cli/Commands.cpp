@@ -2,6 +2,7 @@
 
 #include "adaptivity/AdaptExecute.h"
 #include "adaptivity/Version.h"
+#include "cli/Envelope.h"
 #include "cli/Json.h"
 #include "cli/ProjectCheck.h"
 #include "cli/StoredResults.h"
@@ -399,17 +400,25 @@ int CheckCommand(const fs::path& given, const std::vector<long>& loadCases, bool
 
 namespace {
 
+// An envelope's store (slabadapt run --envelope) adds the columns envelope (1 for the
+// envelope's rows, 0 for a pass's) and governing_pass; a single pass's store keeps its columns.
 void PrintResultsCsv(const StoredResults& results, std::ostream& out) {
+    const bool envelope = !results.envelopeLoadCases.empty();
     out << "slab,slab_name,result_case,row,element";
     for (const ColumnInfo& c : kColumns)
         out << ',' << c.name;
-    out << '\n';
+    out << (envelope ? ",envelope,governing_pass\n" : "\n");
     for (const SlabResult& s : results.slabs)
         for (std::size_t r = 0; r < s.rows.size(); ++r) {
             out << s.slab << ',' << CsvField(s.name) << ',' << s.resultCase << ',' << r << ','
                 << s.elementIds[r];
             for (double v : s.rows[r])
                 out << ',' << (std::isnan(v) ? std::string() : JsonNumber(v));
+            if (envelope)
+                out << ',' << (s.envelope ? 1 : 0) << ','
+                    << (s.envelope && r < s.governing.size() && !std::isnan(s.governing[r])
+                            ? std::to_string(static_cast<long>(s.governing[r]))
+                            : std::string());
             out << '\n';
         }
 }
@@ -419,15 +428,28 @@ void PrintResultsJson(const StoredResults& results, std::ostream& out) {
     for (std::size_t c = 0; c < kColumns.size(); ++c)
         out << (c ? ", " : "") << "{\"name\": " << JsonString(kColumns[c].name)
             << ", \"meaning\": " << JsonString(kColumns[c].meaning) << "}";
-    out << "], \"results\": [";
+    out << "]";
+    if (!results.envelopeLoadCases.empty()) {
+        out << ", \"passes\": [";
+        for (std::size_t k = 0; k < results.envelopeLoadCases.size(); ++k)
+            out << (k ? ", " : "") << "{\"result_case\": " << k + 1
+                << ", \"load_case\": " << results.envelopeLoadCases[k] << "}";
+        out << "]";
+    }
+    out << ", \"results\": [";
     for (std::size_t i = 0; i < results.slabs.size(); ++i) {
         const SlabResult& s = results.slabs[i];
         out << (i ? ", " : "") << "{\"slab\": " << s.slab << ", \"name\": " << JsonString(s.name)
-            << ", \"result_case\": " << s.resultCase << ", \"rows\": [";
+            << ", \"result_case\": " << s.resultCase;
+        if (s.envelope)
+            out << ", \"envelope\": true";
+        out << ", \"rows\": [";
         for (std::size_t r = 0; r < s.rows.size(); ++r) {
             out << (r ? ", " : "") << "{\"row\": " << r << ", \"element\": " << s.elementIds[r];
             for (std::size_t c = 0; c < kColumns.size(); ++c)
                 out << ", " << JsonString(kColumns[c].name) << ": " << JsonNumber(s.rows[r][c]);
+            if (s.envelope && r < s.governing.size())
+                out << ", \"governing_pass\": " << JsonNumber(s.governing[r]);
             out << "}";
         }
         out << "]}";
@@ -448,8 +470,8 @@ void PrintResultsTable(const StoredResults& results, std::ostream& out) {
     for (const SlabResult& s : results.slabs)
         for (std::size_t r = 0; r < s.rows.size(); ++r) {
             out << Padded(std::to_string(s.slab), 4) << "  " << Padded(s.name, 11, false)
-                << Padded(std::to_string(s.resultCase), 6) << Padded(std::to_string(r), 7)
-                << Padded(std::to_string(s.elementIds[r]), 9);
+                << Padded(s.envelope ? std::string("env") : std::to_string(s.resultCase), 6)
+                << Padded(std::to_string(r), 7) << Padded(std::to_string(s.elementIds[r]), 9);
             for (double v : s.rows[r]) {
                 char buffer[32];
                 std::snprintf(buffer, sizeof buffer, "%.6g", v);
@@ -514,10 +536,35 @@ int ExportVtuCommand(const fs::path& given, const fs::path& vtu, std::ostream& o
         ReportUnreadableStore(project, e, err);
         return kExitNoInput;
     }
-    const auto columns = ElementColumns(results, model.mesh.elements.size());
-    const auto sizes = NodalSizes(model.mesh, columns);
+    const std::size_t elements = model.mesh.elements.size();
+    std::vector<std::array<double, 4>> columns;
+    std::vector<double> sizes;
+    std::vector<std::pair<std::string, std::vector<double>>> extra;
+    if (results.envelopeLoadCases.empty()) {
+        columns = ElementColumns(results, elements);
+        sizes = NodalSizes(model.mesh, columns);
+    } else {
+        // An envelope: its own columns and nodal sizes (the smallest of the passes', as its
+        // size field has them), the governing pass, and every pass's columns.
+        columns = ElementColumns(results, elements, 0, true);
+        std::vector<std::vector<double>> passSizes;
+        for (std::size_t k = 0; k < results.envelopeLoadCases.size(); ++k) {
+            const auto pass = ElementColumns(results, elements, static_cast<int>(k + 1));
+            passSizes.push_back(NodalSizes(model.mesh, pass));
+            for (std::size_t c = 0; c < kColumns.size(); ++c) {
+                std::vector<double> values(elements);
+                for (std::size_t e = 0; e < elements; ++e)
+                    values[e] = pass[e][c];
+                extra.emplace_back("load_case_" + std::to_string(results.envelopeLoadCases[k]) +
+                                       "_" + kColumns[c].name,
+                                   std::move(values));
+            }
+        }
+        sizes = MergeNodalSizes(passSizes);
+        extra.insert(extra.begin(), {"governing_pass", GoverningPasses(results, elements)});
+    }
     try {
-        WriteVtu(vtu, model.mesh, columns, sizes);
+        WriteVtu(vtu, model.mesh, columns, sizes, extra);
     } catch (const std::exception& e) {
         const std::string problem = WriteProblem(vtu);
         err << "slabadapt: cannot write " << vtu.string() << ": "

@@ -3,6 +3,7 @@
 #include "adaptivity/AdaptiveMeshData.h"
 #include "adaptivity/StrintgFormat.h"
 #include "cli/Json.h"
+#include "host/outcome/combinations.h"
 
 #include <algorithm>
 #include <cctype>
@@ -481,6 +482,26 @@ CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadC
             report.loadCases.push_back(use);
         }
     }
+
+    // Combinations: their files are made from the components' here, as a run makes them; a
+    // combination that cannot be made is named with the reason, and its file is not scanned.
+    std::vector<long> combinations;
+    for (const CheckedLoadCase& use : report.loadCases)
+        if (const auto it = std::find_if(defined.begin(), defined.end(),
+                                         [&use](const auto& lc) { return lc.id == use.id; });
+            it != defined.end() && it->IsCombination())
+            combinations.push_back(use.id);
+    if (!combinations.empty())
+        for (const auto& problem :
+             host::outcome::UpdateCombinations(project, *model.data, combinations)) {
+            const auto it =
+                std::find_if(defined.begin(), defined.end(),
+                             [&problem](const auto& lc) { return lc.id == problem.loadCase; });
+            out.Error(toml, it != defined.end() ? it->line : 0, "combination", problem.message);
+            for (CheckedLoadCase& use : report.loadCases)
+                if (use.id == problem.loadCase)
+                    use.index = 0;
+        }
 
     // Read every STRINTG file once, then compare the load cases.
     std::vector<std::pair<const CheckedLoadCase*, ScannedFile>> scans;

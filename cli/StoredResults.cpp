@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstdlib>
 #include <limits>
 #include <string>
 #include <string_view>
@@ -19,6 +20,15 @@ StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Pr
     // Opening to read writes nothing, so a P.GAR the user may only read (another user's project,
     // an archive) is read in place.
     const host::outcome::GarStore store(results.garFile, false);
+    if (const auto cases = store.GetInfo("envelope_load_cases")) {
+        std::size_t start = 0;
+        while (start <= cases->size()) {
+            const std::size_t comma = std::min(cases->find(',', start), cases->size());
+            results.envelopeLoadCases.push_back(
+                std::atol(cases->substr(start, comma - start).c_str()));
+            start = comma + 1;
+        }
+    }
     const GUID type = c_guidMeshErrorAndRefinement;
     for (const host::outcome::StoredResultInfo& info : store.List()) {
         const CKQ_ResultKey& key = info.key;
@@ -33,6 +43,7 @@ StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Pr
         SlabResult slab;
         slab.slab = key.GetDsObject().GetID();
         slab.resultCase = key.GetResultCase().GetNumber();
+        slab.envelope = key.GetEnvelopeExtreme() != Outcome64Enums::eEE_None;
         if (model != nullptr && slab.slab >= 1 &&
             static_cast<std::size_t>(slab.slab) <= model->mesh.slabs.size()) {
             const auto* data = model->SlabDataOf(static_cast<unsigned long>(slab.slab));
@@ -48,6 +59,10 @@ StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Pr
                 row[c] = c < table->GetCountOfColumns() ? table->GetValue(c, r)
                                                         : std::numeric_limits<double>::quiet_NaN();
             slab.rows.push_back(row);
+            if (slab.envelope)
+                slab.governing.push_back(table->GetCountOfColumns() > 4
+                                             ? table->GetValue(4, r)
+                                             : std::numeric_limits<double>::quiet_NaN());
         }
         results.slabs.push_back(std::move(slab));
     }
@@ -81,11 +96,12 @@ std::vector<SlabSummary> Summarize(const StoredResults& results) {
 }
 
 std::vector<std::array<double, 4>> ElementColumns(const StoredResults& results,
-                                                  std::size_t elementCount, int resultCase) {
+                                                  std::size_t elementCount, int resultCase,
+                                                  bool envelope) {
     const double nan = std::numeric_limits<double>::quiet_NaN();
     std::vector<std::array<double, 4>> columns(elementCount, {nan, nan, nan, nan});
     for (const SlabResult& slab : results.slabs) {
-        if (slab.resultCase != resultCase)
+        if (slab.resultCase != resultCase || slab.envelope != envelope)
             continue;
         for (std::size_t r = 0; r < slab.rows.size(); ++r) {
             const unsigned long id = slab.elementIds[r];
@@ -94,6 +110,18 @@ std::vector<std::array<double, 4>> ElementColumns(const StoredResults& results,
         }
     }
     return columns;
+}
+
+std::vector<double> GoverningPasses(const StoredResults& results, std::size_t elementCount) {
+    std::vector<double> passes(elementCount, std::numeric_limits<double>::quiet_NaN());
+    for (const SlabResult& slab : results.slabs)
+        if (slab.envelope)
+            for (std::size_t r = 0; r < slab.governing.size(); ++r) {
+                const unsigned long id = slab.elementIds[r];
+                if (id >= 1 && id <= elementCount)
+                    passes[id - 1] = slab.governing[r];
+            }
+    return passes;
 }
 
 std::vector<double> NodalSizes(const host::outcome::Mesh& mesh,

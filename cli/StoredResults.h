@@ -22,12 +22,15 @@ struct SlabResult {
     int resultCase = 0;
     std::vector<unsigned long> elementIds;   // per row, one-based; 0 for a row without one
     std::vector<std::array<double, 4>> rows; // the four columns; NaN for a cell never set
+    bool envelope = false;         // the envelope of several passes (slabadapt run --envelope)
+    std::vector<double> governing; // the envelope's governing pass per row (one-based)
 };
 
 struct StoredResults {
     std::filesystem::path garFile;
-    std::vector<SlabResult> slabs; // in key order: by slab, then result case
-    std::size_t otherResults = 0;  // results of other types, not listed
+    std::vector<SlabResult> slabs;       // in key order: by slab, then result case
+    std::size_t otherResults = 0;        // results of other types, not listed
+    std::vector<long> envelopeLoadCases; // the passes of an envelope, in order; empty without
 };
 
 // Reads P.GAR, in place (also one the user may only read). Throws
@@ -47,10 +50,14 @@ struct SlabSummary {
 };
 std::vector<SlabSummary> Summarize(const StoredResults& results);
 
-// Per element (index = element id - 1) the stored columns of result case `resultCase`; NaN
-// where nothing is stored.
+// Per element (index = element id - 1) the stored columns of result case `resultCase` (of the
+// envelope with `envelope`); NaN where nothing is stored.
 std::vector<std::array<double, 4>> ElementColumns(const StoredResults& results,
-                                                  std::size_t elementCount, int resultCase = 1);
+                                                  std::size_t elementCount, int resultCase = 1,
+                                                  bool envelope = false);
+
+// Per element the envelope's governing pass (one-based); NaN where the envelope has none.
+std::vector<double> GoverningPasses(const StoredResults& results, std::size_t elementCount);
 
 // The size at each node as the run handed it to the mesher: the plain mean of the new sizes of
 // the elements at the node (0 where no element has one).

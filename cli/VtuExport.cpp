@@ -64,7 +64,8 @@ constexpr int kVtkQuad = 9;
 
 void WriteVtu(const std::filesystem::path& file, const host::outcome::Mesh& mesh,
               const std::vector<std::array<double, 4>>& elementColumns,
-              const std::vector<double>& nodalSizes) {
+              const std::vector<double>& nodalSizes,
+              const std::vector<std::pair<std::string, std::vector<double>>>& extraCellArrays) {
     std::ofstream out(file, std::ios::binary);
     if (!out)
         throw std::runtime_error("cannot write " + file.string());
@@ -94,6 +95,12 @@ void WriteVtu(const std::filesystem::path& file, const host::outcome::Mesh& mesh
         for (std::size_t e = 0; e < values.size() && e < elementColumns.size(); ++e)
             values[e] = elementColumns[e][c];
         WriteFloat64Array(out, std::string("Name=\"") + kColumns[c].name + '"', values);
+    }
+    for (const auto& [name, array] : extraCellArrays) {
+        values.assign(mesh.elements.size(), nan);
+        for (std::size_t e = 0; e < values.size() && e < array.size(); ++e)
+            values[e] = array[e];
+        WriteFloat64Array(out, "Name=\"" + name + '"', values);
     }
     out << "      </CellData>\n";
 

@@ -6,14 +6,18 @@
 
 #include <array>
 #include <filesystem>
+#include <string>
+#include <utility>
 #include <vector>
 
 namespace slabadapt::cli {
 
 // Writes `file`. elementColumns has one entry per mesh element (NaN where nothing is stored),
-// nodalSizes one per node. Throws std::runtime_error when the file cannot be written.
+// nodalSizes one per node; extraCellArrays are further named cell arrays (one value per
+// element). Throws std::runtime_error when the file cannot be written.
 void WriteVtu(const std::filesystem::path& file, const host::outcome::Mesh& mesh,
               const std::vector<std::array<double, 4>>& elementColumns,
-              const std::vector<double>& nodalSizes);
+              const std::vector<double>& nodalSizes,
+              const std::vector<std::pair<std::string, std::vector<double>>>& extraCellArrays = {});
 
 } // namespace slabadapt::cli

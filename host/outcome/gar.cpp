@@ -249,6 +249,26 @@ GarStore::~GarStore() {
     sqlite3_close(m_db);
 }
 
+void GarStore::SetInfo(const std::string& key, const std::string& value) {
+    if (key == "format")
+        throw GarError(m_path.string() + ": the store's format cannot be set");
+    if (!m_hasSchema)
+        createSchema();
+    Statement set(m_db, m_path, "INSERT OR REPLACE INTO gar_info(key, value) VALUES (?1, ?2)");
+    set.bind(1, key).bind(2, value);
+    set.step();
+}
+
+std::optional<std::string> GarStore::GetInfo(const std::string& key) const {
+    if (!m_hasSchema)
+        return std::nullopt;
+    Statement get(m_db, m_path, "SELECT value FROM gar_info WHERE key = ?1");
+    get.bind(1, key);
+    if (!get.step())
+        return std::nullopt;
+    return get.text(0);
+}
+
 bool GarStore::Save(const CKQ_Result& result, bool replace) {
     const CKQ_ResultKey& key = result.GetKey();
     const std::string table = TableName(key);

@@ -70,6 +70,11 @@ public:
     // Removes a stored result; false when there was none.
     bool Remove(const CKQ_ResultKey& key);
 
+    // A value of gar_info beside "format" (which cannot be set): what readers need to know
+    // about the results as a whole, e.g. the load cases of an envelope's passes. Throws GarError.
+    void SetInfo(const std::string& key, const std::string& value);
+    std::optional<std::string> GetInfo(const std::string& key) const;
+
     const std::filesystem::path& path() const { return m_path; }
 
     // The table name of a key in this schema.

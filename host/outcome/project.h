@@ -15,6 +15,7 @@
 #include <optional>
 #include <stdexcept>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace host::outcome {
@@ -123,7 +124,12 @@ struct LoadCaseData {
     std::vector<PressureLoad> pressure;
     std::vector<GroupLoad> lineLoads;
     std::vector<GroupLoad> pointLoads;
+    // A combination of other load cases: (component id, factor), in ascending id. Its STRINTG
+    // file is the factored sum of the components' (host/outcome/combinations.h).
+    std::vector<std::pair<long, double>> combination;
     std::size_t line = 0;
+
+    bool IsCombination() const { return !combination.empty(); }
 
     bool HasLoads() const {
         return selfWeight || !pressure.empty() || !lineLoads.empty() || !pointLoads.empty();

@@ -2,6 +2,7 @@
 #include "host/outcome/project.h"
 
 #include <algorithm>
+#include <charconv>
 #include <cmath>
 #include <map>
 #include <set>
@@ -269,6 +270,33 @@ private:
         readGroupLoads(t, "point_load", of, lc.pointLoads);
     }
 
+    // combination = { 101 = 1.35, 102 = 1.5 }: component ids and their factors. Whether the
+    // components exist and are no combinations is the combinations' own check.
+    void readCombination(const toml::table& t, LoadCaseData& lc) const {
+        const toml::node* node = t.get("combination");
+        if (node == nullptr)
+            return;
+        const std::string of = "the combination of load case " + std::to_string(lc.id);
+        const toml::table* table = node->as_table();
+        if (table == nullptr || table->empty())
+            fail(*node, of + " must be a table of load-case ids and factors, e.g. "
+                             "{ 101 = 1.35, 102 = 1.5 }");
+        if (lc.HasLoads())
+            fail(*node, "load case " + std::to_string(lc.id) +
+                            " is a combination and cannot have loads of its own");
+        for (const auto& [key, value] : *table) {
+            long id = 0;
+            const std::string_view text = key.str();
+            const auto [end, ec] = std::from_chars(text.data(), text.data() + text.size(), id);
+            if (ec != std::errc() || end != text.data() + text.size())
+                fail(value, of + " names \"" + std::string(text) +
+                                "\", which is not a load-case id (an integer)");
+            lc.combination.emplace_back(id,
+                                        number(value, of + ", the factor of " + std::string(text)));
+        }
+        std::sort(lc.combination.begin(), lc.combination.end());
+    }
+
     void readGroupLoads(const toml::table& t, const char* key, const std::string& of,
                         std::vector<GroupLoad>& loads) const {
         const toml::node* node = t.get(key);
@@ -302,7 +330,7 @@ private:
             const std::string where = "the [[load_case]] at line " + std::to_string(line);
             checkKeys(t,
                       {"id", "index", "valid", "name", "self_weight", "g", "pressure", "line_load",
-                       "point_load"},
+                       "point_load", "combination"},
                       "[[load_case]]");
             LoadCaseData lc;
             lc.line = line;
@@ -327,6 +355,7 @@ private:
                 lc.name = *text;
             }
             readLoads(t, data, lc);
+            readCombination(t, lc);
             if (auto [it, fresh] = ids.emplace(lc.id, line); !fresh)
                 fail(line, "load case id " + std::to_string(lc.id) +
                                " is given twice (first at line " + std::to_string(it->second) +

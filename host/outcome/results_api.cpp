@@ -1,5 +1,7 @@
 #include "host/outcome/results_api.h"
 
+#include "host/outcome/combinations.h"
+
 #include "host/outcome/gar.h"
 
 #include <cstdio>
@@ -118,9 +120,13 @@ int CKQ_FemResultsAPI::Init(Outcome64Enums::eSolverType solverType, Outcome64Enu
     }
     try {
         auto project = std::make_shared<host::outcome::Project>(host::outcome::LoadProject(path));
-        if (project->data)
+        if (project->data) {
+            // The combinations' STRINTG files, so that the module reads them like any other;
+            // one that cannot be made has no file, which the module then reports as missing
+            // (the project check names the reason).
+            host::outcome::UpdateCombinations(path, *project->data);
             m_solverLink = makeLink(project->mesh, *project->data);
-        else
+        } else
             m_lastError =
                 CString(host::outcome::ProjectFile(path, ".toml").string() +
                         ": does not exist, so the project has no solver data (slabs, load cases)");
