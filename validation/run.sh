@@ -1,7 +1,8 @@
 #!/usr/bin/env bash
 # Reproduces docs/validation.md and its figures from scratch: the hole plate (Kirsch), the
 # square plate (Navier), the adaptive loop on the hole plate, the L-shaped domain (Williams) and
-# the flat slab with and without gradation, each run through Gmsh, CalculiX and slabadapt.
+# the flat slab with and without gradation, and pattern loading (the summed pass against the
+# envelope), each run through Gmsh, CalculiX and slabadapt.
 #   SLABADAPT  the slabadapt command to use (default: build/release/cli/slabadapt, built here
 #              with the release preset when missing)
 #   PYTHON     a Python 3 with numpy and matplotlib (default: Debian's /usr/bin/python3)
@@ -31,4 +32,5 @@ mkdir -p "$OUT"
 "$PYTHON" validation/lshape.py check
 "$PYTHON" validation/lshape.py study "$OUT"
 "$PYTHON" validation/flatslab.py "$OUT"
+"$PYTHON" validation/patterns.py "$OUT"
 "$PYTHON" validation/report.py "$OUT"

@@ -78,7 +78,8 @@ struct WrittenCase {
 };
 
 /// Reads P (P.msh, P.toml), JOB.dat (and JOB.sta, JOB.inp when they exist) and writes one
-/// STRINTG file per step: step k goes to the k-th load case of P.toml in ascending index.
+/// STRINTG file per step: step k goes to the k-th load case of P.toml in ascending index
+/// (combinations left out: the host kit derives their files from their components).
 std::vector<WrittenCase> ImportCcx(const std::filesystem::path& project,
                                    const std::filesystem::path& datFile,
                                    const ImportOptions& options);

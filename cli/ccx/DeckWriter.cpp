@@ -28,7 +28,8 @@ public:
         WriteSupports(out);
         std::vector<const host::outcome::LoadCaseData*> cases;
         for (const auto& lc : m_data.loadCases)
-            cases.push_back(&lc);
+            if (!lc.IsCombination()) // derived from its components' results, not solved
+                cases.push_back(&lc);
         std::sort(cases.begin(), cases.end(),
                   [](const auto* a, const auto* b) { return a->index < b->index; });
         for (const auto* lc : cases)

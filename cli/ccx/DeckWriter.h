@@ -6,7 +6,8 @@
 //   *INCLUDE, INPUT=P_mesh.inp
 //   *MATERIAL / *ELASTIC / *DENSITY and a section per slab (SLAB1.. with its thickness)
 //   *BOUNDARY           the supports: the node set of each named physical curve or point
-//   *STEP per load case of P.toml in ascending index (step k is imported to the k-th case)
+//   *STEP per load case of P.toml in ascending index (step k is imported to the k-th case);
+//         combinations have none: the host kit derives their results from their components
 //     *DLOAD  pressure per slab and self weight (GRAV along -z)
 //     *CLOAD  line loads lumped onto the curve's nodes, point loads on each point of a group
 //     *EL PRINT S, E, COORD (what import-ccx reads)

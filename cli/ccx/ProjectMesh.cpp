@@ -375,8 +375,10 @@ ProjectMesh FromHost(const host::outcome::Project& project) {
     }
     if (project.data) {
         mesh.title = project.data->title;
+        // A combination is no solver's step: the host kit derives its file from its components.
         for (const auto& lc : project.data->loadCases)
-            mesh.loadCases.push_back({lc.id, lc.index, lc.valid, lc.name});
+            if (!lc.IsCombination())
+                mesh.loadCases.push_back({lc.id, lc.index, lc.valid, lc.name});
         std::sort(mesh.loadCases.begin(), mesh.loadCases.end(),
                   [](const LoadCase& a, const LoadCase& b) { return a.index < b.index; });
     }
