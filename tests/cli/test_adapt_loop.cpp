@@ -172,6 +172,25 @@ TEST_F(AdaptLoop, ADeckCommandWritesEachCyclesDeck) {
         << failing.err;
 }
 
+TEST_F(AdaptLoop, EachGoesOnUntilEveryLoadCaseMeetsTheTargetOnTheEnvelopesMesh) {
+    const Outcome o = Adapt("--target 0.1 --each --h0 0.5");
+    ASSERT_EQ(o.code, 0) << o.out << o.err;
+    EXPECT_NE(o.out.find("for every pass of the envelope of load cases 1, 2"), std::string::npos)
+        << o.out;
+    const std::string json = fixture::ReadFile(Record() / "history.json");
+    EXPECT_NE(json.find("\"passes\": [{\"load_case\": 1, \"global_error\": "), std::string::npos)
+        << json;
+    // The last cycle's largest pass error is its global error and within the target; every
+    // cycle before had a pass above it.
+    const auto rows = HistoryRows();
+    ASSERT_GE(rows.size(), 3u);
+    const fs::path last = Record() / ("cycle-0" + std::to_string(rows.size() - 1));
+    const Outcome store = Shell("sqlite3 " + Quote(last / "strip.GAR") +
+                                " \"SELECT value FROM gar_info WHERE key = 'envelope_load_cases';"
+                                " SELECT count(*) FROM gar_results WHERE envelope = 2;\"");
+    EXPECT_EQ(store.out, "1,2\n1\n") << store.err;
+}
+
 TEST_F(AdaptLoop, AProjectThatCannotMakeADeckIsRefusedWithTheReason) {
     fixture::WriteFile(m_dir / "strip.toml",
                        "[[slab]]\ntag = 1\nthickness = 0.2\n[[load_case]]\nid = 1\nindex = 1\n");
