@@ -447,34 +447,7 @@ private:
                                               : "result " + std::to_string(code) + " (" +
                                                     ResultCodeName(code) + ")") +
                                          " in " + Where(cycle, log));
-        const host::outcome::Project& model = *report.check->model;
-        record.elements = model.mesh.elements.size();
-        record.nodes = model.mesh.nodes.size();
-        record.globalError = report.globalError;
-        for (const SlabSummary& s : report.slabs)
-            record.slabs.push_back({s.slab, s.name, s.maxLocalErrorPercent / 100.0});
-        const auto columns =
-            ElementColumns(ReadStoredResults(project, &model), model.mesh.elements.size());
-        std::vector<double> areas(columns.size());
-        std::vector<double> sizes(columns.size());
-        for (std::size_t e = 0; e < columns.size(); ++e) {
-            areas[e] = model.mesh.ElementArea(static_cast<unsigned long>(e + 1));
-            sizes[e] = columns[e][results::kNewSizeColumn];
-        }
-        if (m_options.gradation > 1.0) {
-            // The field of the next mesh: the module's nodal sizes, graded. The module's own
-            // P.refine.pos stays as it wrote it.
-            const auto graded = GradeSizes(NodalSizes(model.mesh, columns), MeshEdges(model.mesh),
-                                           m_options.gradation);
-            WriteSizeField(model.mesh, graded, project.string() + ".graded.pos");
-            for (std::size_t e = 0; e < sizes.size(); ++e) {
-                double sum = 0.0;
-                for (unsigned long n : model.mesh.elements[e].nodes)
-                    sum += graded[n - 1];
-                sizes[e] = std::min(sizes[e], sum / model.mesh.elements[e].nodes.size());
-            }
-        }
-        record.predictedNext = PredictElements(areas, sizes, m_options.triangles);
+        Record(*report.check->model, report.globalError, report.slabs, project, false, record);
     }
 
     // The envelope of the passes: the loop goes on until every pass meets the target, so the
@@ -490,21 +463,41 @@ private:
                                    (code == kExitDataError ? std::string("a failed project check")
                                                            : "code " + std::to_string(code)) +
                                    " in " + Where(cycle, log));
-        const host::outcome::Project& model = *report.check->model;
-        record.elements = model.mesh.elements.size();
-        record.nodes = model.mesh.nodes.size();
-        record.globalError = report.globalError;
         for (const EnvelopePass& p : report.passes)
             record.passes.emplace_back(p.loadCase, p.globalError);
-        for (const SlabSummary& s : report.slabs)
+        Record(*report.check->model, report.globalError, report.slabs, options.project, true,
+               record);
+    }
+
+    // What a cycle's pass (or envelope) found, and the field of the next mesh: the stored new
+    // sizes, graded with --gradation (the module's own P.refine.pos stays as it wrote it), and
+    // the elements that field asks for.
+    void Record(const host::outcome::Project& model, double globalError,
+                const std::vector<SlabSummary>& slabs, const fs::path& project, bool envelope,
+                CycleRecord& record) {
+        record.elements = model.mesh.elements.size();
+        record.nodes = model.mesh.nodes.size();
+        record.globalError = globalError;
+        for (const SlabSummary& s : slabs)
             record.slabs.push_back({s.slab, s.name, s.maxLocalErrorPercent / 100.0});
-        const auto columns = ElementColumns(ReadStoredResults(options.project, &model),
-                                            model.mesh.elements.size(), 0, true);
+        const auto columns = ElementColumns(ReadStoredResults(project, &model),
+                                            model.mesh.elements.size(), envelope ? 0 : 1, envelope);
         std::vector<double> areas(columns.size());
         std::vector<double> sizes(columns.size());
         for (std::size_t e = 0; e < columns.size(); ++e) {
             areas[e] = model.mesh.ElementArea(static_cast<unsigned long>(e + 1));
             sizes[e] = columns[e][results::kNewSizeColumn];
+        }
+        if (m_options.gradation > 1.0) {
+            const auto graded = GradeSizes(NodalSizes(model.mesh, columns), MeshEdges(model.mesh),
+                                           m_options.gradation);
+            WriteSizeField(model.mesh, graded, project.string() + ".graded.pos");
+            for (std::size_t e = 0; e < sizes.size(); ++e) {
+                double sum = 0.0;
+                for (unsigned long n : model.mesh.elements[e].nodes)
+                    sum += graded[n - 1];
+                sizes[e] = std::min(sizes[e], sum / model.mesh.elements[e].nodes.size());
+            }
         }
         record.predictedNext = PredictElements(areas, sizes, m_options.triangles);
     }

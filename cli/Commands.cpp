@@ -273,21 +273,25 @@ const char* ResultCodeName(int code) {
 // run
 // ---------------------------------------------------------------------------------------------
 
+bool CheckBeforeRun(const fs::path& project, const std::vector<long>& loadCases,
+                    std::optional<CheckReport>& check, std::ostream& err) {
+    check = CheckProject(project, loadCases);
+    PrintFindings(*check, err);
+    if (check->Passed())
+        return true;
+    err << "slabadapt: the project check found " << check->Errors()
+        << (check->Errors() == 1 ? " error" : " errors")
+        << "; nothing was run (--no-check runs anyway)\n";
+    return false;
+}
+
 int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     report.options = options;
     report.options.project = fs::absolute(ResolveProject(options.project, err)).lexically_normal();
     const fs::path& project = report.options.project;
 
-    if (!options.noCheck) {
-        report.check = CheckProject(project, options.loadCases);
-        PrintFindings(*report.check, err);
-        if (!report.check->Passed()) {
-            err << "slabadapt: the project check found " << report.check->Errors()
-                << (report.check->Errors() == 1 ? " error" : " errors")
-                << "; nothing was run (--no-check runs anyway)\n";
-            return kExitDataError;
-        }
-    }
+    if (!options.noCheck && !CheckBeforeRun(project, options.loadCases, report.check, err))
+        return kExitDataError;
 
     const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
     const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");

@@ -68,6 +68,11 @@ struct RunReport {
 int RunPass(const RunOptions& options, RunReport& report, std::ostream& err);
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err);
+
+// The project check before a run: the findings on `err` and, when it fails, the sentence that
+// nothing was run. True when the run may go on.
+bool CheckBeforeRun(const std::filesystem::path& project, const std::vector<long>& loadCases,
+                    std::optional<CheckReport>& check, std::ostream& err);
 int CheckCommand(const std::filesystem::path& project, const std::vector<long>& loadCases,
                  bool json, std::ostream& out, std::ostream& err);
 int ResultsCommand(const std::filesystem::path& project, const std::string& format,

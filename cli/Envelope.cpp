@@ -124,16 +124,8 @@ int RunEnvelope(const RunOptions& options, EnvelopeReport& report, std::ostream&
     report.options.project = fs::absolute(ResolveProject(options.project, err)).lexically_normal();
     const fs::path& project = report.options.project;
     const auto start = std::chrono::steady_clock::now();
-    if (!options.noCheck) {
-        report.check = CheckProject(project, options.loadCases);
-        PrintFindings(*report.check, err);
-        if (!report.check->Passed()) {
-            err << "slabadapt: the project check found " << report.check->Errors()
-                << (report.check->Errors() == 1 ? " error" : " errors")
-                << "; nothing was run (--no-check runs anyway)\n";
-            return report.code = kExitDataError;
-        }
-    }
+    if (!options.noCheck && !CheckBeforeRun(project, options.loadCases, report.check, err))
+        return report.code = kExitDataError;
     std::optional<host::outcome::Project> loaded;
     const host::outcome::Project* model =
         report.check && report.check->model ? &*report.check->model : nullptr;

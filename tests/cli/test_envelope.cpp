@@ -4,6 +4,7 @@
 #include "cli/Commands.h"
 #include "cli/Envelope.h"
 #include "cli/StoredResults.h"
+#include "tests/support/cli_main.h"
 #include "tests/support/example_project.h"
 
 #include <gtest/gtest.h>
@@ -40,11 +41,7 @@ name = "self weight, scaled"
 combination = { 101 = 2.5 }
 )";
 
-struct Outcome {
-    int code = 0;
-    std::string out;
-    std::string err;
-};
+using Outcome = slabadapt::test::CommandOutcome;
 
 class Envelope : public ::testing::Test {
 protected:
@@ -54,16 +51,7 @@ protected:
     }
 
     Outcome Slabadapt(std::vector<std::string> args) {
-        args.insert(args.begin(), "slabadapt");
-        std::vector<const char*> argv;
-        for (const auto& a : args)
-            argv.push_back(a.c_str());
-        std::ostringstream out, err;
-        Outcome o;
-        o.code = slabadapt::cli::Main(static_cast<int>(argv.size()), argv.data(), out, err);
-        o.out = out.str();
-        o.err = err.str();
-        return o;
+        return slabadapt::test::RunSlabadapt(std::move(args));
     }
 
     // Runs one plain pass; its global error and the stored columns per element.

@@ -4,6 +4,7 @@
 #include "cli/Commands.h"
 #include "cli/ccx/StrintgFile.h"
 #include "tests/support/ccx.h"
+#include "tests/support/cli_main.h"
 
 #include <sstream>
 #include <string>
@@ -34,24 +35,10 @@ $Elements
 $EndElements
 )";
 
-struct Outcome {
-    int code = 0;
-    std::string out;
-    std::string err;
-};
+using Outcome = slabadapt::test::CommandOutcome;
 
-/// The whole command line, as the program runs it, with its streams captured.
 Outcome Slabadapt(std::vector<std::string> args) {
-    args.insert(args.begin(), "slabadapt");
-    std::vector<const char*> argv;
-    for (const auto& a : args)
-        argv.push_back(a.c_str());
-    std::ostringstream out, err;
-    Outcome o;
-    o.code = slabadapt::cli::Main(static_cast<int>(argv.size()), argv.data(), out, err);
-    o.out = out.str();
-    o.err = err.str();
-    return o;
+    return slabadapt::test::RunSlabadapt(std::move(args));
 }
 
 void WriteProject(const ccxtest::TempDir& dir) {
