@@ -232,7 +232,22 @@ private:
             return last + 1;
         }
         if (exists && !m_options.fresh) {
-            const AdaptHistory earlier = ReadHistory(m_record);
+            AdaptHistory earlier;
+            try {
+                earlier = ReadHistory(m_record);
+            } catch (const std::exception& e) {
+                throw AdaptFailure(kExitDataError, e.what());
+            }
+            if (earlier.cycles.empty()) {
+                // Nothing complete to keep (a run that failed in its first cycle): start again.
+                fs::remove_all(m_record, ec);
+                fs::create_directories(m_record, ec);
+                if (ec)
+                    throw AdaptFailure(kExitCannotWrite,
+                                       "cannot make " + m_record.string() + ": " + ec.message());
+                FillSettings();
+                return 1;
+            }
             throw AdaptFailure(
                 kExitUsage, m_record.string() + " holds " + std::to_string(earlier.cycles.size()) +
                                 " cycles of an earlier run: --resume continues it, --fresh "

@@ -74,6 +74,8 @@ std::string Colour(double t) {
 // Ticks of a log axis between lo and hi: the decades and their 2 and 5 multiples.
 std::vector<double> LogTicks(double lo, double hi) {
     std::vector<double> ticks;
+    if (!(lo > 0.0 && std::isfinite(lo) && hi >= lo && std::isfinite(hi) && hi / lo < 1e30))
+        return ticks;
     for (int e = static_cast<int>(std::floor(std::log10(lo))) - 1;
          e <= static_cast<int>(std::ceil(std::log10(hi))); ++e)
         for (double m : {1.0, 2.0, 5.0}) {
@@ -91,6 +93,10 @@ std::string TickLabel(double v) {
 }
 
 void ConvergencePlot(const AdaptHistory& history, std::ostream& out) {
+    if (history.cycles.empty()) {
+        out << "<p id=\"convergence\">No cycle is complete yet.</p>\n";
+        return;
+    }
     const double width = 640, height = 400, left = 70, right = 20, top = 20, bottom = 50;
     double xlo = std::numeric_limits<double>::infinity(), xhi = 0, ylo = xlo, yhi = 0;
     for (const CycleRecord& c : history.cycles) {

@@ -197,6 +197,9 @@ TEST_F(AdaptLoop, AProjectThatCannotMakeADeckIsRefusedWithTheReason) {
     const Outcome o = Adapt("--target 0.1 --load-case 1 --h0 1");
     EXPECT_EQ(o.code, slabadapt::cli::kExitDataError) << o.out << o.err;
     EXPECT_NE(o.err.find("slab 1 has no young and poisson"), std::string::npos) << o.err;
+    // A record without a complete cycle keeps nothing worth a --resume or --fresh.
+    const Outcome again = Adapt("--target 0.1 --load-case 1 --h0 1");
+    EXPECT_EQ(again.code, slabadapt::cli::kExitDataError) << again.err;
 
     const Outcome unknown = Adapt("--target 0.1 --load-case 9");
     EXPECT_EQ(unknown.code, slabadapt::cli::kExitDataError);

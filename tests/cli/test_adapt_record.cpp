@@ -224,6 +224,19 @@ TEST(AdaptReport, IsOnePageWithThePlotTheTableAndNothingFetched) {
         EXPECT_EQ(page.find(outside), std::string::npos) << outside;
 }
 
+TEST(AdaptReport, ARecordWithoutACompleteCycleSaysSo) {
+    slabadapt::test::TempDir dir("adapt-report");
+    AdaptHistory h;
+    h.project = "p";
+    h.target = 0.05;
+    h.stop = "failed";
+    h.stopMessage = "ccx failed";
+    WriteReport(dir.path(), h, "p");
+    const std::string page = slabadapt::test::ReadText(dir / "report.html");
+    EXPECT_NE(page.find("No cycle is complete yet."), std::string::npos);
+    EXPECT_NE(page.find("Stopped: ccx failed."), std::string::npos);
+}
+
 TEST(ExternalTool, FindsProgramsOnThePathAndRunsThemInAFolderWithALog) {
     slabadapt::test::TempDir dir("tool");
     EXPECT_FALSE(FindProgram("sh").empty());
