@@ -1,6 +1,7 @@
 #include "cli/Commands.h"
 
 #include "adaptivity/AdaptExecute.h"
+#include "adaptivity/AdaptiveMeshData.h"
 #include "adaptivity/Version.h"
 #include "cli/Envelope.h"
 #include "cli/Json.h"
@@ -343,9 +344,60 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     return report.code;
 }
 
+namespace {
+// The project as the run resolves it, without saying so a second time.
+fs::path QuietlyResolved(const fs::path& given) {
+    std::ostringstream quiet;
+    return fs::absolute(ResolveProject(given, quiet)).lexically_normal();
+}
+} // namespace
+
+PreviousResults::PreviousResults(const fs::path& given, std::ostream&)
+    : m_project(QuietlyResolved(given)) {
+    std::error_code ec;
+    if (fs::exists(host::outcome::ProjectFile(m_project, ".GAR"), ec)) {
+        CString backup;
+        m_gar = CAdaptiveMeshData::CreateGARFileBackup(CString(m_project.string()), backup);
+    }
+    const fs::path pos = host::outcome::ProjectFile(m_project, ".refine.pos");
+    if (fs::is_regular_file(pos, ec)) {
+        fs::copy_file(pos, PosBackup(), fs::copy_options::overwrite_existing, ec);
+        m_pos = !ec;
+    }
+}
+
+fs::path PreviousResults::PosBackup() const {
+    return host::outcome::ProjectFile(m_project, ".refine.pos.backup");
+}
+
+void PreviousResults::Settle(int code, std::ostream& err) {
+    std::error_code ec;
+    const bool failed = code != 0 && code != kExitDataError && code != kExitUsage;
+    if (failed && m_gar && CAdaptiveMeshData::RestoreGARFileFromBackup(CString(m_project.string())))
+        err << "slabadapt: the previous results in "
+            << host::outcome::ProjectFile(m_project, ".GAR").string() << " were restored\n";
+    else if (m_gar) // a success, or nothing ran: the backup goes
+        fs::remove(fs::path(m_project.parent_path() /
+                            ("backup_" + m_project.filename().string() + ".GAR")),
+                   ec);
+    if (failed && m_pos)
+        fs::rename(PosBackup(), host::outcome::ProjectFile(m_project, ".refine.pos"), ec);
+    else if (m_pos)
+        fs::remove(PosBackup(), ec);
+    m_gar = m_pos = false;
+}
+
+PreviousResults::~PreviousResults() {
+    std::ostringstream ignored;
+    if (m_gar || m_pos)
+        Settle(kExitInternal, ignored);
+}
+
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
     RunReport report;
+    PreviousResults previous(options.project, err);
     const int code = RunPass(options, report, err);
+    previous.Settle(code, err);
     if (code == kExitDataError) {
         if (options.json)
             PrintRunJson(report, out);

@@ -69,6 +69,26 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err);
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err);
 
+// The results a run replaces: P.GAR is backed up (backup_<name>.GAR beside it, the module's
+// CreateGARFileBackup) and P.refine.pos copied aside before the pass, because the pass deletes
+// P.GAR first. Settle puts them back, with a word on `err`, when the pass failed (any code but
+// 0, a refused check or a usage error), and drops the copies otherwise; an object destroyed
+// unsettled puts them back.
+class PreviousResults {
+public:
+    PreviousResults(const std::filesystem::path& project, std::ostream& err);
+    ~PreviousResults();
+    PreviousResults(const PreviousResults&) = delete;
+    PreviousResults& operator=(const PreviousResults&) = delete;
+    void Settle(int code, std::ostream& err);
+
+private:
+    std::filesystem::path PosBackup() const;
+    std::filesystem::path m_project;
+    bool m_gar = false;
+    bool m_pos = false;
+};
+
 // The project check before a run: the findings on `err` and, when it fails, the sentence that
 // nothing was run. True when the run may go on.
 bool CheckBeforeRun(const std::filesystem::path& project, const std::vector<long>& loadCases,

@@ -198,7 +198,9 @@ int RunEnvelope(const RunOptions& options, EnvelopeReport& report, std::ostream&
 
 int EnvelopeCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
     EnvelopeReport report;
+    PreviousResults previous(options.project, err);
     const int code = RunEnvelope(options, report, err);
+    previous.Settle(code, err);
     const RunOptions& o = report.options;
     if (o.json) {
         out << "{\"project\": " << JsonString(o.project.string())

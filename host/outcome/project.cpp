@@ -316,7 +316,8 @@ private:
                 int tag = m_in.integer<int>(e[0], "an entity tag");
                 auto nPhys =
                     m_in.integer<std::size_t>(e[1 + coords], "the number of physical tags");
-                if (e.size() < 2 + coords + nPhys)
+                // Compared without adding to the count read, which may be anything.
+                if (nPhys > e.size() - (2 + coords))
                     m_in.fail(m_in.lineNo(), "entity " + std::to_string(tag) +
                                                  " lists fewer physical tags than its count");
                 std::vector<int> phys;
@@ -364,10 +365,12 @@ private:
             int dim = m_in.integer<int>(bh[0], "the entity dimension");
             auto parametric = m_in.integer<int>(bh[2], "the parametric flag");
             auto n = m_in.integer<std::size_t>(bh[3], "the number of nodes in the block");
-            std::vector<std::uint64_t> tags(n);
+            // The count is the file's word: nothing is allocated for it in advance, so a count
+            // that the file does not hold ends at its last line with a message.
+            std::vector<std::uint64_t> tags;
             for (std::size_t i = 0; i < n; ++i)
-                tags[i] =
-                    m_in.integer<std::uint64_t>(m_in.tokens("a node tag", 1)[0], "a node tag");
+                tags.push_back(
+                    m_in.integer<std::uint64_t>(m_in.tokens("a node tag", 1)[0], "a node tag"));
             const std::size_t values =
                 3 + (parametric != 0 ? static_cast<std::size_t>(std::max(dim, 0)) : 0);
             for (std::size_t i = 0; i < n; ++i) {
@@ -411,7 +414,7 @@ private:
             auto tag = m_in.integer<std::uint64_t>(e[0], "an element tag");
             int type = m_in.integer<int>(e[1], "an element type");
             auto nTags = m_in.integer<std::size_t>(e[2], "the number of element tags");
-            if (e.size() < 3 + nTags)
+            if (nTags > e.size() - 3) // the count read may be anything: no sum with it
                 m_in.fail(m_in.lineNo(),
                           "element " + std::to_string(tag) + " lists fewer tags than its count");
             std::vector<int> phys;

@@ -354,3 +354,27 @@ TEST_F(MeshReaderTest, CrLfLineEndsAreRead) {
 }
 
 } // namespace
+
+// Counts are the file's word: a huge one is refused with a message, never followed by an
+// out-of-range read or an allocation of its size.
+TEST_F(MeshReaderTest, HugeCountsInTheFileAreRefusedWithAMessage) {
+    const std::string head = "$MeshFormat\n2.2 0 8\n$EndMeshFormat\n$Nodes\n3\n1 0 0 0\n2 1 0 0\n"
+                             "3 0 1 0\n$EndNodes\n$Elements\n1\n";
+    EXPECT_THAT(ErrorOf(head + "1 2 18446744073709551615 1 1 1 2 3\n$EndElements\n").what(),
+                HasSubstr("element 1 lists fewer tags than its count"));
+    EXPECT_THAT(ErrorOf(head + "1 2 18446744073709551613 1 1 1 2 3\n$EndElements\n").what(),
+                HasSubstr("element 1 lists fewer tags than its count"));
+
+    const std::string v41 = "$MeshFormat\n4.1 0 8\n$EndMeshFormat\n$Entities\n0 0 1 0\n";
+    EXPECT_THAT(ErrorOf(v41 + "1 0 0 0 1 1 0 18446744073709551615 1\n$EndEntities\n").what(),
+                HasSubstr("entity 1 lists fewer physical tags than its count"));
+    EXPECT_THAT(ErrorOf(v41 + "1 0 0 0 1 1 0 18446744073709551609 1\n$EndEntities\n").what(),
+                HasSubstr("entity 1 lists fewer physical tags than its count"));
+
+    // 10^12 nodes announced in an 80-byte file: the file ends, said with its line.
+    const ProjectError nodes =
+        ErrorOf(v41 + "1 0 0 0 1 1 0 1 1\n$EndEntities\n$Nodes\n1 1000000000000 1 "
+                      "1000000000000\n2 1 0 1000000000000\n1\n");
+    EXPECT_THAT(nodes.what(), HasSubstr("a node tag"));
+    EXPECT_GT(nodes.line(), 0u);
+}
