@@ -296,6 +296,12 @@ void CheckScannedElements(const fs::path& file, const ScannedFile& scan,
 // read other values than the file shows.
 ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
     ScannedFile scan;
+    std::error_code ec;
+    if (fs::exists(file, ec) && !fs::is_regular_file(file, ec)) {
+        // A FIFO would be read for ever (by the run too), a folder not at all.
+        out.Error(file, 0, "missing", "is not a regular file (a folder, a pipe or a device)");
+        return scan;
+    }
     std::ifstream in(file, std::ios::binary);
     if (!in) {
         out.Error(file, 0, "missing", "cannot be opened: the file is missing or unreadable");

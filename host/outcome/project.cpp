@@ -612,6 +612,14 @@ double Mesh::ElementArea(unsigned long id) const {
 }
 
 Mesh ReadMesh(const std::filesystem::path& mshFile, EmptyMesh empty) {
+    // A FIFO or a device would be read for ever, a folder not at all.
+    std::error_code ec;
+    if (std::filesystem::exists(mshFile, ec) && !std::filesystem::is_regular_file(mshFile, ec))
+        throw ProjectError(mshFile, 0,
+                           std::filesystem::is_directory(mshFile, ec)
+                               ? "is a folder, not a mesh file"
+                               : "is not a regular file (a pipe or a device?): a mesh is read "
+                                 "from a file");
     return MshReader(mshFile, empty).read();
 }
 

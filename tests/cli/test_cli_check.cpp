@@ -5,6 +5,8 @@
 
 #include <gtest/gtest.h>
 
+#include <sys/stat.h>
+
 using namespace fixture;
 using slabadapt::cli::CheckProject;
 using slabadapt::cli::CheckReport;
@@ -323,3 +325,19 @@ TEST(Check, ANodeOf70ElementsIsReportedWithItsNumbers) {
     const CheckReport ok = CheckProject(MakeFanProject(dir.path(), 64), {1});
     EXPECT_TRUE(ok.Passed());
 }
+
+namespace {
+
+TEST_F(CheckTest, AStrintgFileThatIsAPipeOrAFolderIsAFindingNotAHang) {
+    fs::remove(Strintg());
+    ASSERT_EQ(::mkfifo(Strintg().c_str(), 0600), 0);
+    CheckReport r = CheckProject(p, {7});
+    EXPECT_FALSE(r.Passed());
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "is not a regular file")) << All(r);
+    fs::remove(Strintg());
+    fs::create_directory(Strintg());
+    r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "is not a regular file")) << All(r);
+}
+
+} // namespace

@@ -3,6 +3,8 @@
 
 #include <gmock/gmock.h>
 
+#include <sys/stat.h>
+
 namespace {
 
 using host::outcome::Mesh;
@@ -377,4 +379,22 @@ TEST_F(MeshReaderTest, HugeCountsInTheFileAreRefusedWithAMessage) {
                       "1000000000000\n2 1 0 1000000000000\n1\n");
     EXPECT_THAT(nodes.what(), HasSubstr("a node tag"));
     EXPECT_GT(nodes.line(), 0u);
+}
+
+TEST_F(MeshReaderTest, APipeOrAFolderWhereTheMeshBelongsIsRefusedAtOnce) {
+    const auto fifo = Dir() / "pipe.msh";
+    ASSERT_EQ(::mkfifo(fifo.c_str(), 0600), 0);
+    try {
+        ReadMesh(fifo);
+        FAIL() << "a FIFO was read";
+    } catch (const ProjectError& e) {
+        EXPECT_THAT(e.what(), HasSubstr("pipe.msh: is not a regular file"));
+    }
+    std::filesystem::create_directory(Dir() / "folder.msh");
+    try {
+        ReadMesh(Dir() / "folder.msh");
+        FAIL() << "a folder was read";
+    } catch (const ProjectError& e) {
+        EXPECT_THAT(e.what(), HasSubstr("folder.msh: is a folder, not a mesh file"));
+    }
 }
