@@ -91,8 +91,15 @@ void exec(sqlite3* db, const std::filesystem::path& file, const std::string& sql
     }
 }
 
+// An SQL identifier, its quotes doubled, so that no name can end the quoting.
 std::string sqlName(const std::string& identifier) {
-    return "\"" + identifier + "\"";
+    std::string quoted = "\"";
+    for (const char c : identifier) {
+        if (c == '"')
+            quoted += '"';
+        quoted += c;
+    }
+    return quoted + '"';
 }
 
 const char* kCatalogColumns = "result_type, ds_type, ds_id, case_type, case_number, case_subcase, "
@@ -365,9 +372,23 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
         if (!s.step())
             return std::nullopt;
         table = s.text(0);
-        rows = static_cast<unsigned long>(s.integer(1));
-        columns = static_cast<unsigned long>(s.integer(2));
+        const std::int64_t rowCount = s.integer(1);
+        const std::int64_t columnCount = s.integer(2);
         names = s.text(3);
+        // The catalog is the file's word: the table must be the one this schema names for the
+        // key, and the counts must be ones a store can hold.
+        if (table != TableName(key))
+            throw GarError(m_path.string() + ": the catalog names the table \"" + table +
+                           "\" for " + key.ToString() + ", where \"" + TableName(key) +
+                           "\" belongs: not a store this program wrote, or a damaged one");
+        if (columnCount < 0 || columnCount > static_cast<std::int64_t>(CKQ_Result::c_nMaxColumns) ||
+            rowCount < 0 || rowCount > (std::int64_t{1} << 32))
+            throw GarError(m_path.string() + ": table " + table + " claims " +
+                           std::to_string(rowCount) + " rows of " + std::to_string(columnCount) +
+                           " columns (at most " + std::to_string(CKQ_Result::c_nMaxColumns) +
+                           "): a damaged store");
+        rows = static_cast<unsigned long>(rowCount);
+        columns = static_cast<unsigned long>(columnCount);
     }
     std::string select = "SELECT row, element_id";
     for (unsigned long c = 0; c < columns; ++c)

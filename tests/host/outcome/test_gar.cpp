@@ -332,3 +332,41 @@ TEST(CKQ_ResultKeyTest, ReadableForm) {
 }
 
 } // namespace
+
+namespace {
+
+// Changes the store behind the program's back, as a crafted or damaged file would.
+void Tamper(const std::filesystem::path& gar, const std::string& sql) {
+    sqlite3* db = nullptr;
+    ASSERT_EQ(sqlite3_open(gar.c_str(), &db), SQLITE_OK);
+    char* error = nullptr;
+    EXPECT_EQ(sqlite3_exec(db, sql.c_str(), nullptr, nullptr, &error), SQLITE_OK)
+        << (error ? error : "");
+    sqlite3_free(error);
+    sqlite3_close(db);
+}
+
+TEST_F(GarTest, ATableNameOfTheFilesChoosingIsRefusedNotRun) {
+    GarStore(Gar()).Save(Table(SlabKey(1), 1, 2, 0.0));
+    Tamper(Gar(), "UPDATE gar_results SET table_name = "
+                  "'x\" WHERE 0; DROP TABLE gar_info; --'");
+    const GarStore store(Gar(), false);
+    try {
+        store.Load(SlabKey(1));
+        FAIL() << "a table name the schema does not give was used";
+    } catch (const host::outcome::GarError& e) {
+        EXPECT_NE(std::string(e.what()).find("the catalog names the table"), std::string::npos)
+            << e.what();
+    }
+    EXPECT_EQ(Query("SELECT value FROM gar_info WHERE key = 'format'"), "1");
+}
+
+TEST_F(GarTest, AWildColumnOrRowCountIsADamagedStoreNotAnAllocation) {
+    GarStore(Gar()).Save(Table(SlabKey(1), 1, 2, 0.0));
+    Tamper(Gar(), "UPDATE gar_results SET column_count = 1000000000");
+    EXPECT_THROW(GarStore(Gar(), false).Load(SlabKey(1)), host::outcome::GarError);
+    Tamper(Gar(), "UPDATE gar_results SET column_count = 4, row_count = -5");
+    EXPECT_THROW(GarStore(Gar(), false).Load(SlabKey(1)), host::outcome::GarError);
+}
+
+} // namespace
