@@ -410,6 +410,22 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
         PrintRunJson(report, out);
     else
         PrintRunText(report, out);
+    if (report.code == Success || report.code == WriteMeshRefinementFailed) {
+        // Values too large for the estimator's sums (the check names them) show as a global
+        // error that is not finite, or as one of no size (below 1e-100, where no real model
+        // lies) beside elements with local errors.
+        double largestLocal = 0.0;
+        for (const SlabSummary& s : report.slabs)
+            if (std::isfinite(s.maxLocalErrorPercent))
+                largestLocal = std::max(largestLocal, s.maxLocalErrorPercent);
+        if (!std::isfinite(report.globalError) ||
+            (report.globalError < 1e-100 && largestLocal > 1e-6))
+            err << "slabadapt: warning: the global error is "
+                << Fixed(100.0 * report.globalError, 2)
+                << " % while elements have local errors up to " << Fixed(largestLocal, 2)
+                << " %: the estimator's sums overflowed (integration-point values too large?); "
+                   "its errors and sizes cannot be trusted (slabadapt check names such values)\n";
+    }
     if (report.code != Success) {
         const fs::path& project = report.options.project;
         err << "slabadapt: the run ended with result " << report.code << " ("

@@ -120,6 +120,10 @@ constexpr std::size_t kFieldWidth = strintg::c_nFieldWidth;
 // Whether a value field reads as the number it shows: the module reads a field up to the first
 // character that cannot continue a number and takes what it has (0 for none), so "1.5D+03"
 // would silently read as 1.5 and "abc" as 0.
+// Beyond this a value's square (an energy density is a product of two) comes near the
+// largest double, 1.8e308, and sums of them overflow.
+constexpr double kLargestTrustedValue = 1e150;
+
 bool IsNumberField(const std::string& text) {
     if (text.empty())
         return false;
@@ -161,6 +165,12 @@ void CheckRecordFields(const fs::path& file, std::size_t number, long element,
                        "which is not a finite number: the module would read %s",
                        element, fields[k].c_str(), start + 1, start + kFieldWidth, text.c_str(),
                        std::strtod(text.c_str(), nullptr) == 0.0 ? "0" : "only its beginning"));
+        else if (std::fabs(std::strtod(text.c_str(), nullptr)) > kLargestTrustedValue)
+            out.Error(file, number, "magnitude",
+                      Format("element %ld: the %s value %s is so large that the products of "
+                             "forces and deformations the estimator forms would overflow a "
+                             "double: its errors and sizes could not be trusted",
+                             element, fields[k].c_str(), text.c_str()));
     }
     const std::size_t full = kValuesStart + fields.size() * kFieldWidth;
     if (!missing.empty())

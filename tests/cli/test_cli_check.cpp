@@ -185,6 +185,19 @@ TEST_F(CheckTest, AValueThatIsNotANumberNamesTheLineAndColumn) {
         << All(r);
 }
 
+TEST_F(CheckTest, AValueWhoseProductsOverflowIsNamed) {
+    auto lines = Records();
+    lines[5].replace(61, 15, "       5.0E+307");
+    lines[6].replace(61, 15, "      -1.0E+150"); // the largest still trusted
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 6,
+                    "element 1: the mx value 5.0E+307 is so large that the products of forces "
+                    "and deformations the estimator forms would overflow a double"))
+        << All(r);
+    EXPECT_FALSE(Has(r, Severity::Error, "patch.STRINTG0003", 7, "so large")) << All(r);
+}
+
 TEST_F(CheckTest, AHeaderWithoutValueColumnsIsAWarning) {
     auto lines = Records();
     // Drop the last column (GXY) from the header and its field from every record.

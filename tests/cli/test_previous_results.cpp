@@ -44,3 +44,23 @@ TEST(PreviousResults, AFailedPassPutsThePreviousStoreAndSizeFieldBack) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(UntrustedNumbers, ARunOnValuesThatOverflowWarns) {
+    slabadapt::test::TempDir dir("overflow");
+    const fs::path project = fixture::CopyExample(dir.path());
+    const std::string strintg = project.string() + ".STRINTG0001";
+    auto lines = fixture::Lines(fixture::ReadFile(strintg));
+    lines[5].replace(61, 15, "       5.0E+307");
+    fixture::WriteLines(strintg, lines);
+    const auto o = slabadapt::test::RunSlabadapt(
+        {"run", project.string(), "--target", "0.05", "--load-case", "101", "--no-check"});
+    EXPECT_NE(o.err.find("the estimator's sums overflowed"), std::string::npos) << o.err;
+    const auto check =
+        slabadapt::test::RunSlabadapt({"check", project.string(), "--load-case", "101"});
+    EXPECT_EQ(check.code, slabadapt::cli::kExitDataError);
+    EXPECT_NE(check.out.find("would overflow a double"), std::string::npos) << check.out;
+}
+
+} // namespace
