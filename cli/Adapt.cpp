@@ -5,6 +5,7 @@
 #include "cli/Commands.h"
 #include "cli/Envelope.h"
 #include "cli/ExternalTool.h"
+#include "cli/ProjectLock.h"
 #include "cli/ccx/CcxImport.h"
 #include "cli/ccx/DeckWriter.h"
 #include "cli/ccx/InpWriter.h"
@@ -663,6 +664,9 @@ std::size_t PredictElements(const std::vector<double>& areas, const std::vector<
 }
 
 int AdaptCommand(const AdaptOptions& options, std::ostream& out, std::ostream& err) {
+    const ProjectLock lock(options.project, !options.noWait, err);
+    if (!lock.Held())
+        return kExitBusy;
     AdaptLoop loop(options, out, err);
     try {
         return loop.Run();

@@ -36,6 +36,7 @@ struct AdaptOptions {
     double gradation = 0.0;  // > 1: the largest size ratio of neighbouring nodes in the field
                              // the next mesh is made with; 0: the module's field as it is
     std::string deckCommand; // run in each cycle's folder to write P.inp (P in $SLABADAPT_P)
+    bool noWait = false;     // give up at once when another slabadapt writes the project
     bool resume = false;
     bool fresh = false;
     std::string gmsh = "gmsh";

@@ -1,5 +1,6 @@
 // import-ccx and export --inp: the CalculiX side of the command.
 #include "cli/Commands.h"
+#include "cli/ProjectLock.h"
 #include "cli/ccx/CcxImport.h"
 #include "cli/ccx/InpWriter.h"
 
@@ -27,6 +28,9 @@ template <class Action> int Guarded(std::ostream& err, Action&& action) {
 } // namespace
 
 int ImportCcxCommand(const ImportCcxOptions& options, std::ostream& out, std::ostream& err) {
+    const ProjectLock lock(options.project, !options.noWait, err);
+    if (!lock.Held())
+        return kExitBusy;
     return Guarded(err, [&] {
         ccx::ImportOptions import;
         import.stress =

@@ -135,6 +135,8 @@ void RegisterRun(CLI::App& app, const Sink& sink) {
                     "the source flag handed to the result store")
         ->check(CLI::Range(0, 255));
     run->add_flag("--no-check", options->noCheck, "run without checking the project first");
+    run->add_flag("--no-wait", options->noWait,
+                  "give up at once (exit 75) when another slabadapt writes the project");
     run->add_flag("--json", options->json, "print the summary as JSON");
     run->footer("Example:\n  slabadapt run examples/floor/floor --target 0.05 --load-case 101 "
                 "--load-case 102\nExits with the run's result code (0 success, 1-6 the failed "
@@ -261,6 +263,8 @@ void RegisterImportCcx(CLI::App& app, const Sink& sink) {
                     "the CalculiX results JOB.dat, with *EL PRINT of S, E and COORD")
         ->required()
         ->check(CLI::ExistingFile);
+    cmd->add_flag("--no-wait", options->import.noWait,
+                  "give up at once (exit 75) when another slabadapt writes the project");
     cmd->add_flag("--plane-stress", options->import.planeStress,
                   "recompute the stresses from the printed strains with the "
                   "plane-stress law (default: the stresses as printed)");
@@ -346,6 +350,8 @@ void RegisterAdapt(CLI::App& app, const Sink& sink) {
         ->add_flag("--fresh", options->fresh,
                    "start again; an earlier record P.adapt is moved aside to P.adapt.1, ...")
         ->excludes(resume);
+    adapt->add_flag("--no-wait", options->noWait,
+                    "give up at once (exit 75) when another slabadapt writes the project");
     adapt->add_option("--gmsh", options->gmsh, "the Gmsh program")->capture_default_str();
     adapt->add_option("--ccx", options->ccx, "the CalculiX program")->capture_default_str();
     adapt->footer(

@@ -6,6 +6,7 @@
 #include "cli/Envelope.h"
 #include "cli/Json.h"
 #include "cli/ProjectCheck.h"
+#include "cli/ProjectLock.h"
 #include "cli/StoredResults.h"
 #include "cli/VtuExport.h"
 #include "host/outcome/gar.h"
@@ -394,6 +395,9 @@ PreviousResults::~PreviousResults() {
 }
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
+    const ProjectLock lock(QuietlyResolved(options.project), !options.noWait, err);
+    if (!lock.Held())
+        return kExitBusy;
     RunReport report;
     PreviousResults previous(options.project, err);
     const int code = RunPass(options, report, err);

@@ -33,6 +33,7 @@ struct RunOptions {
     int sourceFlag = 0;
     bool noCheck = false;
     bool json = false;
+    bool noWait = false; // give up at once when another slabadapt writes the project
 };
 
 // The project P a user named: P itself, or P when one of its files (P.msh, P.toml, ...) was named
@@ -114,6 +115,7 @@ struct ImportCcxOptions {
     std::optional<double> young;   // for planeStress; default: the deck's *ELASTIC
     std::optional<double> poisson; // likewise
     std::string family = "auto";   // auto, plane or shell
+    bool noWait = false;
 };
 int ImportCcxCommand(const ImportCcxOptions& options, std::ostream& out, std::ostream& err);
 

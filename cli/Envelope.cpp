@@ -4,6 +4,7 @@
 #include "adaptivity/ResultLayout.h"
 #include "adaptivity/Version.h"
 #include "cli/Json.h"
+#include "cli/ProjectLock.h"
 #include "host/calclink/solver_writer.h"
 #include "host/outcome/gar.h"
 #include "host/outcome/outcome.h"
@@ -12,6 +13,7 @@
 #include <cmath>
 #include <cstdio>
 #include <limits>
+#include <sstream>
 
 namespace slabadapt::cli {
 
@@ -197,6 +199,10 @@ int RunEnvelope(const RunOptions& options, EnvelopeReport& report, std::ostream&
 }
 
 int EnvelopeCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
+    std::ostringstream quiet; // RunEnvelope says which project it took
+    const ProjectLock lock(ResolveProject(options.project, quiet), !options.noWait, err);
+    if (!lock.Held())
+        return kExitBusy;
     EnvelopeReport report;
     PreviousResults previous(options.project, err);
     const int code = RunEnvelope(options, report, err);

@@ -13,6 +13,7 @@ inline constexpr int kExitInternal = 70;    // an unexpected failure
 inline constexpr int kExitToolFailed = 69;  // a program the command runs (gmsh, ccx) is missing
                                             // or failed
 inline constexpr int kExitCannotWrite = 74; // an output file cannot be written
+inline constexpr int kExitBusy = 75;        // --no-wait: another slabadapt writes the project
 
 // slabadapt adapt: the loop stopped before the global error reached the target.
 inline constexpr int kExitAdaptMaxCycles = 80;   // --max-cycles cycles were run

@@ -101,7 +101,8 @@ struct ScannedElement {
 struct ScannedFile {
     bool opened = false;
     std::size_t listed = 0; // elements in the table the module builds: the last number read
-    std::vector<ScannedElement> elements;
+    std::vector<ScannedElement> elements; // at most the mesh's elements
+    bool beyondMesh = false;              // a record names an element the mesh does not have
 };
 
 // The value columns in the order the module takes the fields of a record: ascending bit of the
@@ -354,6 +355,17 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
         CheckRecordFields(file, number, element, line, fields, out);
         previous = element;
         scan.listed = static_cast<std::size_t>(element);
+        if (scan.listed > mesh.elements.size()) {
+            // Named once; nothing is kept for numbers the mesh does not have, so that a number
+            // like 99999999 costs neither memory nor a walk over the gap.
+            if (!scan.beyondMesh)
+                out.Error(file, number, "beyond",
+                          Format("element %ld is beyond the mesh's %zu elements: the file "
+                                 "belongs to another mesh",
+                                 element, mesh.elements.size()));
+            scan.beyondMesh = true;
+            continue;
+        }
         if (scan.elements.size() < scan.listed)
             scan.elements.resize(scan.listed);
         ScannedElement& entry = scan.elements[scan.listed - 1];
@@ -367,7 +379,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
         out.Error(file, number, "header", "the file ends before its header line (line 3)");
         return scan;
     }
-    scan.elements.resize(scan.listed);
+    scan.elements.resize(std::min(scan.listed, mesh.elements.size()));
     CheckScannedElements(file, scan, mesh, out);
     return scan;
 }

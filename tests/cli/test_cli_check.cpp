@@ -185,6 +185,22 @@ TEST_F(CheckTest, AValueThatIsNotANumberNamesTheLineAndColumn) {
         << All(r);
 }
 
+TEST_F(CheckTest, AnElementNumberFarBeyondTheMeshIsNamedOnceAndCostsNothing) {
+    auto lines = Records();
+    std::string record = lines.back();
+    record.replace(0, 8, "99999999");
+    lines.push_back(record);
+    WriteLines(Strintg(), lines);
+    const CheckReport r = CheckProject(p, {7});
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", lines.size(),
+                    "element 99999999 is beyond the mesh's 48 elements"))
+        << All(r);
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "lists 99999999 elements"))
+        << All(r);
+    EXPECT_FALSE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "has no integration points"))
+        << All(r);
+}
+
 TEST_F(CheckTest, AValueWhoseProductsOverflowIsNamed) {
     auto lines = Records();
     lines[5].replace(61, 15, "       5.0E+307");

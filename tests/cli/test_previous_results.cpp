@@ -6,6 +6,13 @@
 
 #include <gtest/gtest.h>
 
+#include <chrono>
+#include <thread>
+
+#include <fcntl.h>
+#include <sys/file.h>
+#include <unistd.h>
+
 namespace {
 
 namespace fs = std::filesystem;
@@ -61,6 +68,46 @@ TEST(UntrustedNumbers, ARunOnValuesThatOverflowWarns) {
         slabadapt::test::RunSlabadapt({"check", project.string(), "--load-case", "101"});
     EXPECT_EQ(check.code, slabadapt::cli::kExitDataError);
     EXPECT_NE(check.out.find("would overflow a double"), std::string::npos) << check.out;
+}
+
+} // namespace
+
+namespace {
+
+TEST(OneWriter, ASecondWriterWaitsOrWithNoWaitGivesUp) {
+    slabadapt::test::TempDir dir("lock");
+    const fs::path project = fixture::CopyExample(dir.path());
+    const std::string p = project.string();
+    // Another writer: a lock on P.toml, as a running slabadapt holds it.
+    const int other = ::open((p + ".toml").c_str(), O_RDONLY);
+    ASSERT_GE(other, 0);
+    ASSERT_EQ(::flock(other, LOCK_EX), 0);
+    const auto busy = slabadapt::test::RunSlabadapt(
+        {"run", p, "--target", "0.05", "--load-case", "101", "--no-wait"});
+    EXPECT_EQ(busy.code, slabadapt::cli::kExitBusy);
+    EXPECT_NE(busy.err.find("another slabadapt is writing to the project"), std::string::npos)
+        << busy.err;
+    EXPECT_FALSE(fs::exists(p + ".GAR")) << "the busy run wrote";
+    for (const char* command : {"adapt", "import-ccx"}) {
+        std::vector<std::string> args = {command, p};
+        if (std::string(command) == "adapt")
+            args.insert(args.end(), {"--target", "0.05", "--load-case", "101", "--no-wait"});
+        else
+            args.insert(args.end(), {(dir / "floor.toml").string(), "--no-wait"});
+        EXPECT_EQ(slabadapt::test::RunSlabadapt(args).code, slabadapt::cli::kExitBusy) << command;
+    }
+    // A reader takes no lock.
+    EXPECT_EQ(slabadapt::test::RunSlabadapt({"check", p, "--load-case", "101"}).code, 0);
+    // Without --no-wait the run waits until the other writer ends.
+    std::thread ends([other] {
+        std::this_thread::sleep_for(std::chrono::milliseconds(300));
+        ::close(other);
+    });
+    const auto run =
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"});
+    ends.join();
+    EXPECT_EQ(run.code, 0) << run.err;
+    EXPECT_NE(run.err.find("waiting for it to end"), std::string::npos) << run.err;
 }
 
 } // namespace
