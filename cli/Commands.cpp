@@ -394,10 +394,26 @@ PreviousResults::~PreviousResults() {
         Settle(kExitInternal, ignored);
 }
 
+void RecoverInterruptedRun(const fs::path& given, std::ostream& err) {
+    const fs::path project = QuietlyResolved(given);
+    const fs::path garBackup =
+        project.parent_path() / ("backup_" + project.filename().string() + ".GAR");
+    const fs::path posBackup = host::outcome::ProjectFile(project, ".refine.pos.backup");
+    std::error_code ec;
+    if (fs::exists(garBackup, ec) &&
+        CAdaptiveMeshData::RestoreGARFileFromBackup(CString(project.string())))
+        err << "slabadapt: a run on " << project.string()
+            << " did not end; the results it had set aside are back in "
+            << host::outcome::ProjectFile(project, ".GAR").string() << '\n';
+    if (fs::exists(posBackup, ec))
+        fs::rename(posBackup, host::outcome::ProjectFile(project, ".refine.pos"), ec);
+}
+
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {
     const ProjectLock lock(QuietlyResolved(options.project), !options.noWait, err);
     if (!lock.Held())
         return kExitBusy;
+    RecoverInterruptedRun(options.project, err);
     RunReport report;
     PreviousResults previous(options.project, err);
     const int code = RunPass(options, report, err);
@@ -559,8 +575,20 @@ void PrintResultsTable(const StoredResults& results, std::ostream& out) {
 
 } // namespace
 
+namespace {
+// A reader puts back what a killed run set aside, but only while no writer runs (a running
+// one has set it aside on purpose).
+void RecoverWhenNoWriter(const fs::path& project, std::ostream& err) {
+    std::ostringstream quiet;
+    const ProjectLock lock(QuietlyResolved(project), false, quiet);
+    if (lock.Held())
+        RecoverInterruptedRun(project, err);
+}
+} // namespace
+
 int ResultsCommand(const fs::path& given, const std::string& format, std::ostream& out,
                    std::ostream& err) {
+    RecoverWhenNoWriter(given, err);
     const fs::path project = ResolveProject(given, err);
     std::optional<host::outcome::Project> model;
     try {
@@ -593,6 +621,7 @@ int ResultsCommand(const fs::path& given, const std::string& format, std::ostrea
 
 int ExportVtuCommand(const fs::path& given, const fs::path& vtu, std::ostream& out,
                      std::ostream& err) {
+    RecoverWhenNoWriter(given, err);
     if (vtu.empty()) {
         err << "slabadapt: --vtu needs the name of the file to write\n";
         return kExitUsage;

@@ -75,6 +75,10 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err);
 // P.GAR first. Settle puts them back, with a word on `err`, when the pass failed (any code but
 // 0, a refused check or a usage error), and drops the copies otherwise; an object destroyed
 // unsettled puts them back.
+// What a run that was killed left aside (backup_<name>.GAR, P.refine.pos.backup) is put back,
+// with a word on `err`. Call it only while holding the project's lock.
+void RecoverInterruptedRun(const std::filesystem::path& project, std::ostream& err);
+
 class PreviousResults {
 public:
     PreviousResults(const std::filesystem::path& project, std::ostream& err);

@@ -203,6 +203,7 @@ int EnvelopeCommand(const RunOptions& options, std::ostream& out, std::ostream& 
     const ProjectLock lock(ResolveProject(options.project, quiet), !options.noWait, err);
     if (!lock.Held())
         return kExitBusy;
+    RecoverInterruptedRun(options.project, err);
     EnvelopeReport report;
     PreviousResults previous(options.project, err);
     const int code = RunEnvelope(options, report, err);

@@ -111,3 +111,37 @@ TEST(OneWriter, ASecondWriterWaitsOrWithNoWaitGivesUp) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(KilledRun, TheNextCommandPutsBackWhatItSetAside) {
+    slabadapt::test::TempDir dir("killed");
+    const fs::path project = fixture::CopyExample(dir.path());
+    const std::string p = project.string();
+    ASSERT_EQ(
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
+        0);
+    const std::string gar = fixture::ReadFile(p + ".GAR");
+    const std::string pos = fixture::ReadFile(p + ".refine.pos");
+    // As a run killed during its pass leaves the project: the copies aside, P.GAR gone or half
+    // written, P.refine.pos not yet written.
+    fs::copy_file(p + ".GAR", dir / "backup_floor.GAR");
+    fs::copy_file(p + ".refine.pos", p + ".refine.pos.backup");
+    fixture::WriteFile(p + ".GAR", "");
+    fs::remove(p + ".refine.pos");
+
+    const auto results = slabadapt::test::RunSlabadapt({"results", p, "--format", "csv"});
+    EXPECT_EQ(results.code, 0) << results.err;
+    EXPECT_NE(results.err.find("did not end; the results it had set aside are back in"),
+              std::string::npos)
+        << results.err;
+    EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
+    EXPECT_EQ(fixture::ReadFile(p + ".refine.pos"), pos);
+    EXPECT_FALSE(fs::exists(dir / "backup_floor.GAR"));
+    EXPECT_FALSE(fs::exists(p + ".refine.pos.backup"));
+    // Nothing more to put back the next time.
+    EXPECT_EQ(slabadapt::test::RunSlabadapt({"results", p}).err.find("did not end"),
+              std::string::npos);
+}
+
+} // namespace
