@@ -9,6 +9,7 @@
 #include "cli/ccx/CcxImport.h"
 #include "cli/ccx/DeckWriter.h"
 #include "cli/ccx/InpWriter.h"
+#include "host/calclink/solver_writer.h"
 
 #include <algorithm>
 #include <chrono>
@@ -17,7 +18,6 @@
 #include <cstdlib>
 #include <fstream>
 #include <functional>
-#include <locale>
 #include <queue>
 #include <sstream>
 #include <stdexcept>
@@ -83,29 +83,21 @@ std::vector<std::array<std::size_t, 2>> MeshEdges(const host::outcome::Mesh& mes
     return edges;
 }
 
-// Writes a nodal size field as the module's writer does: a Gmsh list view, one ST or SQ entry
-// per element with its nodes' coordinates and sizes.
+// Writes a nodal size field as the module's writer does (the host kit's writer): a Gmsh list
+// view, one ST or SQ entry per element with its nodes' coordinates and sizes.
 void WriteSizeField(const host::outcome::Mesh& mesh, const std::vector<double>& sizes,
                     const fs::path& file) {
-    std::ofstream out(file, std::ios::binary);
-    out.imbue(std::locale::classic());
-    out.precision(17);
-    out << "View \"graded refinement\" {\n";
-    for (const auto& element : mesh.elements) {
-        out << (element.nodes.size() == 3 ? "ST(" : "SQ(");
-        for (std::size_t i = 0; i < element.nodes.size(); ++i) {
-            const auto& p = mesh.nodes[element.nodes[i] - 1].position;
-            out << (i ? "," : "") << p.x << ',' << p.y << ',' << p.z;
-        }
-        out << "){";
-        for (std::size_t i = 0; i < element.nodes.size(); ++i)
-            out << (i ? "," : "") << sizes[element.nodes[i] - 1];
-        out << "};\n";
+    std::vector<std::vector<unsigned long>> elements;
+    for (const auto& element : mesh.elements)
+        elements.push_back(element.nodes);
+    std::vector<CKQPoint3D> nodes;
+    for (const auto& node : mesh.nodes)
+        nodes.push_back(node.position);
+    try {
+        host::calclink::WriteSizeField(file, elements, sizes, nodes);
+    } catch (const std::exception& e) {
+        throw AdaptFailure(kExitCannotWrite, "cannot write " + file.string() + ": " + e.what());
     }
-    out << "};\n";
-    out.flush();
-    if (!out)
-        throw AdaptFailure(kExitCannotWrite, "cannot write " + file.string());
 }
 
 class AdaptLoop {
@@ -199,7 +191,7 @@ private:
     // The first cycle to run; 0 when a resumed record had already reached the target.
     int PrepareRecord() {
         std::error_code ec;
-        const bool exists = fs::exists(m_record, ec);
+        bool exists = fs::exists(m_record, ec);
         if (exists && m_options.resume) {
             try {
                 m_history = ReadHistory(m_record);
@@ -239,20 +231,15 @@ private:
             } catch (const std::exception& e) {
                 throw AdaptFailure(kExitDataError, e.what());
             }
-            if (earlier.cycles.empty()) {
-                // Nothing complete to keep (a run that failed in its first cycle): start again.
-                fs::remove_all(m_record, ec);
-                fs::create_directories(m_record, ec);
-                if (ec)
-                    throw AdaptFailure(kExitCannotWrite,
-                                       "cannot make " + m_record.string() + ": " + ec.message());
-                FillSettings();
-                return 1;
-            }
-            throw AdaptFailure(
-                kExitUsage, m_record.string() + " holds " + std::to_string(earlier.cycles.size()) +
-                                " cycles of an earlier run: --resume continues it, --fresh "
-                                "starts again (the earlier record is kept aside)");
+            if (!earlier.cycles.empty())
+                throw AdaptFailure(kExitUsage,
+                                   m_record.string() + " holds " +
+                                       std::to_string(earlier.cycles.size()) +
+                                       " cycles of an earlier run: --resume continues it, --fresh "
+                                       "starts again (the earlier record is kept aside)");
+            // Nothing complete to keep (a run that failed in its first cycle): start again.
+            fs::remove_all(m_record, ec);
+            exists = false;
         }
         if (exists) {
             fs::path aside;

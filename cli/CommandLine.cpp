@@ -55,6 +55,37 @@ std::vector<long> EveryValidLoadCase(const fs::path& given, std::ostream& err) {
     }
 }
 
+// What --load-case, --envelope and --each say in a command's help.
+struct PassSelectionHelp {
+    const char* loadCase;
+    const char* envelope;
+    const char* each;
+};
+
+// --load-case (summed), --envelope (one pass each, merged) and --each: one of them, each
+// excluding the others.
+void AddPassSelection(CLI::App& command, std::vector<long>& loadCases, std::vector<long>& envelope,
+                      bool& each, const PassSelectionHelp& help) {
+    CLI::Option* loadCase =
+        command.add_option("--load-case", loadCases, help.loadCase)->take_all()->delimiter(',');
+    CLI::Option* envelopeOption = command.add_option("--envelope", envelope, help.envelope)
+                                      ->take_all()
+                                      ->delimiter(',')
+                                      ->excludes(loadCase);
+    command.add_flag("--each", each, help.each)->excludes(loadCase)->excludes(envelopeOption);
+}
+
+// True, with the complaint on `err`, when none of the three was given.
+bool NoPassSelected(const std::string& command, const std::vector<long>& loadCases,
+                    const std::vector<long>& envelope, bool each, std::ostream& err) {
+    if (!loadCases.empty() || !envelope.empty() || each)
+        return false;
+    err << "slabadapt " << command
+        << ": --load-case is required (or --envelope ID ID ... or --each)\nSee `slabadapt "
+        << command << " --help`.\n";
+    return true;
+}
+
 void AddProjectArgument(CLI::App& command, fs::path& project) {
     command.add_option("project", project, "the project path P, without extension")->required();
 }
@@ -109,25 +140,14 @@ void RegisterRun(CLI::App& app, const Sink& sink) {
                     "required relative error as a fraction (0.05 means 5 %)")
         ->required()
         ->check(TargetFraction());
-    CLI::Option* loadCase =
-        run->add_option("--load-case", options->loadCases,
-                        "a load-case id of P.toml to evaluate; repeat for several, or 101,102 "
-                        "(summed)")
-            ->take_all()
-            ->delimiter(',');
     auto envelope = std::make_shared<std::vector<long>>();
     auto each = std::make_shared<bool>(false);
-    CLI::Option* envelopeOption =
-        run->add_option("--envelope", *envelope,
-                        "one pass per load case or combination given, merged: the largest errors "
-                        "and the smallest sizes of all")
-            ->take_all()
-            ->delimiter(',')
-            ->excludes(loadCase);
-    run->add_flag("--each", *each,
-                  "an envelope over every valid load case of P.toml, each taken alone")
-        ->excludes(loadCase)
-        ->excludes(envelopeOption);
+    AddPassSelection(*run, options->loadCases, *envelope, *each,
+                     {"a load-case id of P.toml to evaluate; repeat for several, or 101,102 "
+                      "(summed)",
+                      "one pass per load case or combination given, merged: the largest errors "
+                      "and the smallest sizes of all",
+                      "an envelope over every valid load case of P.toml, each taken alone"});
     run->add_option("--solver-type", options->solverType,
                     "the solver type handed to the result store")
         ->check(CLI::NonNegativeNumber);
@@ -143,11 +163,8 @@ void RegisterRun(CLI::App& app, const Sink& sink) {
                 "stage) or 65 when the check fails.");
     run->callback([options, envelope, each, sink] {
         RunGuarded(sink, [&] {
-            if (options->loadCases.empty() && envelope->empty() && !*each) {
-                sink.err << "slabadapt run: --load-case is required (or --envelope ID ID ... or "
-                            "--each)\nSee `slabadapt run --help`.\n";
+            if (NoPassSelected("run", options->loadCases, *envelope, *each, sink.err))
                 return kExitUsage;
-            }
             if (envelope->empty() && !*each)
                 return RunCommand(*options, sink.out, sink.err);
             RunOptions passes = *options;
@@ -303,23 +320,11 @@ void RegisterAdapt(CLI::App& app, const Sink& sink) {
                      "required global relative error as a fraction (0.05 means 5 %)")
         ->required()
         ->check(TargetFraction());
-    CLI::Option* loadCase =
-        adapt
-            ->add_option("--load-case", options->loadCases,
-                         "a load-case id of P.toml to estimate; repeat for several (summed)")
-            ->take_all()
-            ->delimiter(',');
-    CLI::Option* envelope =
-        adapt
-            ->add_option("--envelope", options->envelope,
-                         "one pass per load case or combination given, until every pass meets "
-                         "the target; the next mesh is their envelope")
-            ->take_all()
-            ->delimiter(',')
-            ->excludes(loadCase);
-    adapt->add_flag("--each", options->each, "--envelope over every valid load case of P.toml")
-        ->excludes(loadCase)
-        ->excludes(envelope);
+    AddPassSelection(*adapt, options->loadCases, options->envelope, options->each,
+                     {"a load-case id of P.toml to estimate; repeat for several (summed)",
+                      "one pass per load case or combination given, until every pass meets the "
+                      "target; the next mesh is their envelope",
+                      "--envelope over every valid load case of P.toml"});
     adapt
         ->add_option("--h0", options->h0,
                      "element size of the first mesh (default: the sizes of P.geo)")
@@ -365,11 +370,9 @@ void RegisterAdapt(CLI::App& app, const Sink& sink) {
     adapt->callback([options, sink] {
         options->progress = &sink.err == &std::cerr && ::isatty(2) != 0;
         RunGuarded(sink, [&] {
-            if (options->loadCases.empty() && options->envelope.empty() && !options->each) {
-                sink.err << "slabadapt adapt: --load-case is required (or --envelope ID ID ... "
-                            "or --each)\nSee `slabadapt adapt --help`.\n";
+            if (NoPassSelected("adapt", options->loadCases, options->envelope, options->each,
+                               sink.err))
                 return kExitUsage;
-            }
             return AdaptCommand(*options, sink.out, sink.err);
         });
     });
