@@ -1,6 +1,7 @@
 #include "cli/AdaptHistory.h"
 
 #include "cli/Json.h"
+#include "host/win32/files.h"
 
 #include <charconv>
 #include <cstdio>
@@ -31,7 +32,7 @@ std::string Number(double value) {
 // Writes `text` beside `file` and renames it over `file`, so that readers see the old or the
 // new file whole.
 void ReplaceFile(const fs::path& file, const std::string& text) {
-    const fs::path temporary = file.string() + ".tmp";
+    const fs::path temporary = host::win32::TemporaryPathBeside(file);
     {
         std::ofstream out(temporary, std::ios::binary);
         out << text;

@@ -4,6 +4,7 @@
 #include "adaptivity/Version.h"
 #include "cli/StoredResults.h"
 #include "host/outcome/project.h"
+#include "host/win32/files.h"
 
 #include <algorithm>
 #include <array>
@@ -353,7 +354,7 @@ void WriteReport(const fs::path& record, const AdaptHistory& history, const std:
     std::ostringstream page;
     WriteReportHtml(record, history, stem, page);
     const fs::path file = record / "report.html";
-    const fs::path temporary = file.string() + ".tmp";
+    const fs::path temporary = host::win32::TemporaryPathBeside(file);
     {
         std::ofstream out(temporary, std::ios::binary);
         out << page.str();

@@ -302,9 +302,19 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     const auto wallStart = std::chrono::steady_clock::now();
     CAdaptExecute execute;
     try {
+        // The slabs' tables go into P.GAR in one transaction: all of them or none.
+        host::outcome::GarSaveBatch batch(gar);
         report.code = execute.Execute(CString(project.string()),
                                       static_cast<unsigned char>(options.sourceFlag),
                                       options.solverType, options.target, options.loadCases);
+        try {
+            batch.Commit();
+        } catch (const host::outcome::GarError& e) {
+            // A full disk, say: the store keeps nothing of the pass.
+            err << "slabadapt: " << e.what() << '\n';
+            if (report.code == Success || report.code == WriteMeshRefinementFailed)
+                report.code = StoreResultsFailed;
+        }
     } catch (const std::exception& e) {
         err << "slabadapt: the run failed before the estimator started: " << e.what() << '\n';
         return kExitInternal;
@@ -345,68 +355,9 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     return report.code;
 }
 
-namespace {
-// The project as the run resolves it, without saying so a second time.
 fs::path QuietlyResolved(const fs::path& given) {
     std::ostringstream quiet;
     return fs::absolute(ResolveProject(given, quiet)).lexically_normal();
-}
-} // namespace
-
-PreviousResults::PreviousResults(const fs::path& given, std::ostream&)
-    : m_project(QuietlyResolved(given)) {
-    std::error_code ec;
-    if (fs::exists(host::outcome::ProjectFile(m_project, ".GAR"), ec)) {
-        CString backup;
-        m_gar = CAdaptiveMeshData::CreateGARFileBackup(CString(m_project.string()), backup);
-    }
-    const fs::path pos = host::outcome::ProjectFile(m_project, ".refine.pos");
-    if (fs::is_regular_file(pos, ec)) {
-        fs::copy_file(pos, PosBackup(), fs::copy_options::overwrite_existing, ec);
-        m_pos = !ec;
-    }
-}
-
-fs::path PreviousResults::PosBackup() const {
-    return host::outcome::ProjectFile(m_project, ".refine.pos.backup");
-}
-
-void PreviousResults::Settle(int code, std::ostream& err) {
-    std::error_code ec;
-    const bool failed = code != 0 && code != kExitDataError && code != kExitUsage;
-    if (failed && m_gar && CAdaptiveMeshData::RestoreGARFileFromBackup(CString(m_project.string())))
-        err << "slabadapt: the previous results in "
-            << host::outcome::ProjectFile(m_project, ".GAR").string() << " were restored\n";
-    else if (m_gar) // a success, or nothing ran: the backup goes
-        fs::remove(fs::path(m_project.parent_path() /
-                            ("backup_" + m_project.filename().string() + ".GAR")),
-                   ec);
-    if (failed && m_pos)
-        fs::rename(PosBackup(), host::outcome::ProjectFile(m_project, ".refine.pos"), ec);
-    else if (m_pos)
-        fs::remove(PosBackup(), ec);
-    m_gar = m_pos = false;
-}
-
-PreviousResults::~PreviousResults() {
-    std::ostringstream ignored;
-    if (m_gar || m_pos)
-        Settle(kExitInternal, ignored);
-}
-
-void RecoverInterruptedRun(const fs::path& given, std::ostream& err) {
-    const fs::path project = QuietlyResolved(given);
-    const fs::path garBackup =
-        project.parent_path() / ("backup_" + project.filename().string() + ".GAR");
-    const fs::path posBackup = host::outcome::ProjectFile(project, ".refine.pos.backup");
-    std::error_code ec;
-    if (fs::exists(garBackup, ec) &&
-        CAdaptiveMeshData::RestoreGARFileFromBackup(CString(project.string())))
-        err << "slabadapt: a run on " << project.string()
-            << " did not end; the results it had set aside are back in "
-            << host::outcome::ProjectFile(project, ".GAR").string() << '\n';
-    if (fs::exists(posBackup, ec))
-        fs::rename(posBackup, host::outcome::ProjectFile(project, ".refine.pos"), ec);
 }
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) {

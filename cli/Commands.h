@@ -39,6 +39,8 @@ struct RunOptions {
 // The project P a user named: P itself, or P when one of its files (P.msh, P.toml, ...) was named
 // instead and P.msh exists (said on `err`). For a folder, `err` names the projects in it.
 std::filesystem::path ResolveProject(const std::filesystem::path& given, std::ostream& err);
+// The project as ResolveProject finds it, absolute and normal, without a word.
+std::filesystem::path QuietlyResolved(const std::filesystem::path& given);
 
 // Why `file` cannot be written (a folder, a missing or read-only folder, a read-only file), or
 // empty when no reason is apparent.
@@ -70,15 +72,14 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err);
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err);
 
-// The results a run replaces: P.GAR is backed up (backup_<name>.GAR beside it, the module's
-// CreateGARFileBackup) and P.refine.pos copied aside before the pass, because the pass deletes
-// P.GAR first. Settle puts them back, with a word on `err`, when the pass failed (any code but
-// 0, a refused check or a usage error), and drops the copies otherwise; an object destroyed
-// unsettled puts them back.
-// What a run that was killed left aside (backup_<name>.GAR, P.refine.pos.backup) is put back,
-// with a word on `err`. Call it only while holding the project's lock.
-void RecoverInterruptedRun(const std::filesystem::path& project, std::ostream& err);
-
+// The results a run replaces. Before the pass (which deletes P.GAR first) P.GAR is backed up
+// (backup_<name>.GAR beside it, the module's CreateGARFileBackup) and P.refine.pos copied aside
+// (P.refine.pos.backup); then a marker, P.run-pending, records which of them there were. Settle
+// puts them back, with a word on `err`, when the pass failed (any code but 0, a refused check or
+// a usage error), and drops the copies otherwise; an object destroyed unsettled puts them back.
+// The marker goes last on failure and first on success, so that a run killed at any moment
+// leaves either no marker (its results, or the previous ones, are in place) or a marker whose
+// backups are complete.
 class PreviousResults {
 public:
     PreviousResults(const std::filesystem::path& project, std::ostream& err);
@@ -88,11 +89,17 @@ public:
     void Settle(int code, std::ostream& err);
 
 private:
-    std::filesystem::path PosBackup() const;
     std::filesystem::path m_project;
     bool m_gar = false;
     bool m_pos = false;
+    bool m_pending = false;
 };
+
+// What a run that was killed left: with its marker, the previous P.GAR and P.refine.pos are put
+// back (or, where there were none, what the run left of its own is removed), with a word on
+// `err`; the run's temporary files go. Without a marker, backups left over are stale and go.
+// Call it only while holding the project's lock.
+void RecoverInterruptedRun(const std::filesystem::path& project, std::ostream& err);
 
 // The project check before a run: the findings on `err` and, when it fails, the sentence that
 // nothing was run. True when the run may go on.

@@ -8,6 +8,7 @@
 #include "host/calclink/solver_writer.h"
 #include "host/outcome/gar.h"
 #include "host/outcome/outcome.h"
+#include "host/win32/files.h"
 
 #include <chrono>
 #include <cmath>
@@ -41,7 +42,7 @@ CKQ_ResultKey KeyOf(long slab, int resultCase, bool envelope) {
 // P.GAR, so that a reader sees the last pass's store or the whole envelope, never a part.
 void WriteStore(const fs::path& gar, const std::vector<PassTables>& passes,
                 const MergedElements& merged, const std::vector<long>& loadCases) {
-    const fs::path temporary = gar.string() + ".envelope.tmp";
+    const fs::path temporary = host::win32::TemporaryPathBeside(gar);
     std::error_code ec;
     fs::remove(temporary, ec);
     {

@@ -1,6 +1,7 @@
 #include "host/calclink/solver_writer.h"
 
 #include "host/outcome/project.h"
+#include "host/win32/files.h"
 
 #include <cmath>
 #include <cstdio>
@@ -53,8 +54,7 @@ void WriteSizeField(const std::filesystem::path& posFile,
     }
 
     // Written to a temporary name and renamed, so that a mesher never reads half a field.
-    std::filesystem::path temporary = posFile;
-    temporary += ".tmp";
+    const std::filesystem::path temporary = host::win32::TemporaryPathBeside(posFile);
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(temporary.c_str(), "wb"),
                                                         &std::fclose);
     if (!out)

@@ -1,6 +1,7 @@
 #include "host/outcome/combinations.h"
 
 #include "host/outcome/strintg_layout.h"
+#include "host/win32/files.h"
 
 #include <algorithm>
 #include <array>
@@ -265,7 +266,7 @@ private:
             }
             out << '\n';
         }
-        const fs::path temporary = target.string() + ".tmp";
+        const fs::path temporary = host::win32::TemporaryPathBeside(target);
         {
             std::ofstream file(temporary, std::ios::binary);
             file << out.str();

@@ -151,26 +151,37 @@ std::vector<std::string> splitNames(const std::string& text, unsigned long colum
     return names;
 }
 
-// A transaction that rolls back unless committed.
+// A transaction that rolls back unless committed; inside a batch's transaction it is a part of
+// it (a savepoint) that rolls back alone.
 class Transaction {
 public:
     Transaction(sqlite3* db, const std::filesystem::path& file) : m_db(db), m_file(file) {
-        exec(db, file, "BEGIN IMMEDIATE");
+        m_nested = sqlite3_get_autocommit(db) == 0;
+        exec(db, file, m_nested ? "SAVEPOINT gar_save" : "BEGIN IMMEDIATE");
     }
     ~Transaction() {
-        if (!m_done)
+        if (m_done)
+            return;
+        if (m_nested)
+            sqlite3_exec(m_db, "ROLLBACK TO gar_save; RELEASE gar_save", nullptr, nullptr, nullptr);
+        else
             sqlite3_exec(m_db, "ROLLBACK", nullptr, nullptr, nullptr);
     }
     void commit() {
-        exec(m_db, m_file, "COMMIT");
+        exec(m_db, m_file, m_nested ? "RELEASE gar_save" : "COMMIT");
         m_done = true;
     }
 
 private:
     sqlite3* m_db;
     std::filesystem::path m_file;
+    bool m_nested = false;
     bool m_done = false;
 };
+
+std::mutex g_batchMutex;
+GarSaveBatch* g_batch = nullptr;
+std::filesystem::path g_batchPath;
 
 } // namespace
 
@@ -233,6 +244,58 @@ GarStore::GarStore(const std::filesystem::path& garFile, bool createIfMissing) :
         m_db = nullptr;
         throw;
     }
+}
+
+GarStore::GarStore(const std::filesystem::path& garFile, InOneTransaction) : m_path(garFile) {
+    if (sqlite3_open_v2(garFile.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
+                        nullptr) != SQLITE_OK) {
+        std::string message = m_db != nullptr ? sqlite3_errmsg(m_db) : "out of memory";
+        sqlite3_close(m_db);
+        m_db = nullptr;
+        throw GarError(garFile.string() + ": cannot open the result store: " + message);
+    }
+    try {
+        sqlite3_busy_timeout(m_db, 5000);
+        exec(m_db, m_path, "PRAGMA journal_mode = DELETE");
+        exec(m_db, m_path, "BEGIN IMMEDIATE");
+        createSchema();
+    } catch (...) {
+        sqlite3_close(m_db); // rolls the transaction back
+        m_db = nullptr;
+        throw;
+    }
+}
+
+GarSaveBatch::GarSaveBatch(std::filesystem::path garFile) : m_path(std::move(garFile)) {
+    std::lock_guard lock(g_batchMutex);
+    if (g_batch != nullptr)
+        throw std::logic_error("a second result-store batch while " + g_batchPath.string() +
+                               " has one");
+    g_batch = this;
+    g_batchPath = m_path;
+}
+
+GarSaveBatch::~GarSaveBatch() {
+    m_store.reset(); // closing without COMMIT rolls back
+    std::lock_guard lock(g_batchMutex);
+    g_batch = nullptr;
+    g_batchPath.clear();
+}
+
+void GarSaveBatch::Commit() {
+    if (!m_store)
+        return;
+    exec(m_store->m_db, m_path, "COMMIT");
+    m_store.reset();
+}
+
+GarStore* GarSaveBatch::StoreFor(const std::filesystem::path& garFile) {
+    std::lock_guard lock(g_batchMutex);
+    if (g_batch == nullptr || g_batchPath != garFile)
+        return nullptr;
+    if (!g_batch->m_store)
+        g_batch->m_store.reset(new GarStore(garFile, GarStore::InOneTransaction{}));
+    return g_batch->m_store.get();
 }
 
 void GarStore::createSchema() {

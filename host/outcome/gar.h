@@ -81,6 +81,10 @@ public:
     static std::string TableName(const CKQ_ResultKey& key);
 
 private:
+    friend class GarSaveBatch;
+    struct InOneTransaction {};
+    // Opens (creating) the store and begins a transaction that holds its schema too.
+    GarStore(const std::filesystem::path& garFile, InOneTransaction);
     void createSchema();
     std::optional<std::string> storedTable(const CKQ_ResultKey& key) const;
     void dropResult(const CKQ_ResultKey& key, const std::string& table);
@@ -88,6 +92,31 @@ private:
     std::filesystem::path m_path;
     sqlite3* m_db = nullptr;
     bool m_hasSchema = true;
+};
+
+// The saves of one pass in one transaction. While a batch for a file lives, the results API's
+// saves to that file (CKQ_FemResultsAPI::SaveResult) go through one connection in one
+// transaction, which Commit ends; a batch that ends without Commit (an exception) rolls back,
+// and one whose process is killed leaves SQLite's journal, which the next opener rolls back. So
+// a pass's slabs are stored all together or not at all, and a reader never sees a part of them.
+// The file is opened on the first save (after the pass has deleted the old one). One batch per
+// process at a time.
+class GarSaveBatch {
+public:
+    explicit GarSaveBatch(std::filesystem::path garFile);
+    ~GarSaveBatch();
+    GarSaveBatch(const GarSaveBatch&) = delete;
+    GarSaveBatch& operator=(const GarSaveBatch&) = delete;
+
+    // Commits what the batch saved (nothing to do when nothing was saved). Throws GarError.
+    void Commit();
+
+    // The batch's store when a batch for garFile is open, else null.
+    static GarStore* StoreFor(const std::filesystem::path& garFile);
+
+private:
+    std::filesystem::path m_path;
+    std::unique_ptr<GarStore> m_store;
 };
 
 // A test seam: called by Save after each row it has written, inside the transaction. A hook

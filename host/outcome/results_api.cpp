@@ -212,6 +212,8 @@ std::filesystem::path CKQ_FemResultsAPI::GarPath() const {
 int CKQ_FemResultsAPI::SaveResult(const std::shared_ptr<CKQ_Result>& result, bool replace) {
     if (!result)
         throw std::invalid_argument("SaveResult: no result table");
+    if (host::outcome::GarStore* batch = host::outcome::GarSaveBatch::StoreFor(GarPath()))
+        return batch->Save(*result, replace) ? 1 : 0;
     host::outcome::GarStore store(GarPath());
     return store.Save(*result, replace) ? 1 : 0;
 }

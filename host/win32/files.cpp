@@ -2,9 +2,11 @@
 
 #include "host/win32/text.h"
 
+#include <atomic>
 #include <cerrno>
 #include <mutex>
 #include <sched.h>
+#include <string>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -62,6 +64,13 @@ DWORD Win32ErrorFromErrno(int error, const std::filesystem::path& path) {
     default:
         return ERROR_GEN_FAILURE;
     }
+}
+
+std::filesystem::path TemporaryPathBeside(const std::filesystem::path& target) {
+    static std::atomic<unsigned long> count{0};
+    std::filesystem::path temporary = target;
+    temporary += ".tmp-" + std::to_string(::getpid()) + "-" + std::to_string(++count);
+    return temporary;
 }
 
 FileFaultHook SetFileFaultHook(FileFaultHook hook) {

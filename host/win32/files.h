@@ -81,4 +81,8 @@ private:
 // when the folder of the path is missing).
 DWORD Win32ErrorFromErrno(int error, const std::filesystem::path& path);
 
+// A name beside target for writing it aside before a rename over it: target + ".tmp-<process>-
+// <count>", so that two processes (or two writers of one process) never share one.
+std::filesystem::path TemporaryPathBeside(const std::filesystem::path& target);
+
 } // namespace host::win32

@@ -9,6 +9,7 @@
 #include "tests/support/files.h"
 #include "tests/support/temp_dir.h"
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <cmath>
@@ -141,7 +142,7 @@ TEST(AdaptRecord, WritesAndReadsBackEveryCycleAndTheStop) {
     h.stopMessage = "the global error is still above the target";
     h.exitCode = kExitAdaptMaxCycles;
     WriteHistory(dir.path(), h);
-    EXPECT_FALSE(std::filesystem::exists(dir / "history.csv.tmp"));
+    EXPECT_THAT(slabadapt::test::TemporaryFilesIn(dir.path()), testing::IsEmpty());
 
     const AdaptHistory back = ReadHistory(dir.path());
     ASSERT_EQ(back.cycles.size(), 2u);

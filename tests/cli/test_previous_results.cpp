@@ -1,8 +1,10 @@
 // A run deletes P.GAR before its pass: when the pass then fails, the previous results are put
 // back and the command says so; after a success no copy is left behind.
 #include "cli/Commands.h"
+#include "host/outcome/gar.h"
 #include "tests/support/cli_main.h"
 #include "tests/support/example_project.h"
+#include "tests/support/files.h"
 
 #include <gtest/gtest.h>
 
@@ -127,6 +129,7 @@ TEST(KilledRun, TheNextCommandPutsBackWhatItSetAside) {
     // written, P.refine.pos not yet written.
     fs::copy_file(p + ".GAR", dir / "backup_floor.GAR");
     fs::copy_file(p + ".refine.pos", p + ".refine.pos.backup");
+    fixture::WriteFile(p + ".run-pending", "gar=previous\npos=previous\n");
     fixture::WriteFile(p + ".GAR", "");
     fs::remove(p + ".refine.pos");
 
@@ -142,6 +145,98 @@ TEST(KilledRun, TheNextCommandPutsBackWhatItSetAside) {
     // Nothing more to put back the next time.
     EXPECT_EQ(slabadapt::test::RunSlabadapt({"results", p}).err.find("did not end"),
               std::string::npos);
+}
+
+} // namespace
+
+namespace {
+
+// Runs the pass in a child process that dies (no unwinding, no rollback) while it saves the
+// second slab's table, as a run killed at that moment would.
+void RunKilledWhileSaving(const std::string& project) {
+    EXPECT_EXIT(
+        {
+            host::outcome::SetSaveRowHook([](const CKQ_ResultKey& key, unsigned long row) {
+                if (key.GetDsObject().GetID() == 2 && row == 3)
+                    std::_Exit(9);
+            });
+            slabadapt::test::RunSlabadapt(
+                {"run", project, "--target", "0.05", "--load-case", "102"});
+        },
+        ::testing::ExitedWithCode(9), "");
+}
+
+TEST(KilledRun, AKillDuringTheSavePutsThePreviousResultsBack) {
+    slabadapt::test::TempDir dir("killed-save");
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    ASSERT_EQ(
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
+        0);
+    const std::string gar = fixture::ReadFile(p + ".GAR");
+    const std::string pos = fixture::ReadFile(p + ".refine.pos");
+    RunKilledWhileSaving(p);
+    ASSERT_TRUE(fs::exists(p + ".run-pending"));
+
+    const auto results = slabadapt::test::RunSlabadapt({"results", p, "--format", "csv"});
+    EXPECT_EQ(results.code, 0) << results.err;
+    EXPECT_NE(results.err.find("did not end; the results it had set aside are back in"),
+              std::string::npos)
+        << results.err;
+    EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
+    EXPECT_EQ(fixture::ReadFile(p + ".refine.pos"), pos);
+    for (const char* leftover :
+         {"backup_floor.GAR", "floor.refine.pos.backup", "floor.run-pending", "floor.GAR-journal"})
+        EXPECT_FALSE(fs::exists(dir / leftover)) << leftover;
+    EXPECT_TRUE(slabadapt::test::TemporaryFilesIn(dir.path()).empty());
+}
+
+TEST(KilledRun, AKilledFirstRunLeavesNoStoreBehind) {
+    slabadapt::test::TempDir dir("killed-first");
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    RunKilledWhileSaving(p);
+    const auto next =
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"});
+    EXPECT_EQ(next.code, 0) << next.err;
+    EXPECT_NE(next.err.find("what it had begun to write is removed"), std::string::npos)
+        << next.err;
+    EXPECT_FALSE(fs::exists(p + ".run-pending"));
+    // The store is this run's, whole: both slabs.
+    const auto results = slabadapt::test::RunSlabadapt({"results", p, "--format", "csv"});
+    EXPECT_EQ(results.code, 0) << results.err;
+    EXPECT_NE(results.out.find("\n2,"), std::string::npos) << results.out;
+}
+
+TEST(KilledRun, ResultsCommittedWhereThereWereNoneAreKept) {
+    slabadapt::test::TempDir dir("killed-late");
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    ASSERT_EQ(
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
+        0);
+    const std::string gar = fixture::ReadFile(p + ".GAR");
+    // Killed after its results were in, before it dropped its marker.
+    fixture::WriteFile(p + ".run-pending", "gar=none\npos=none\n");
+    const auto results = slabadapt::test::RunSlabadapt({"results", p});
+    EXPECT_EQ(results.code, 0) << results.err;
+    EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
+    EXPECT_TRUE(fs::exists(p + ".refine.pos"));
+    EXPECT_FALSE(fs::exists(p + ".run-pending"));
+}
+
+TEST(KilledRun, BackupsWithoutAMarkerAreStaleAndGo) {
+    slabadapt::test::TempDir dir("stale");
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    ASSERT_EQ(
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
+        0);
+    const std::string gar = fixture::ReadFile(p + ".GAR");
+    fixture::WriteFile(dir / "backup_floor.GAR", "half a copy");
+    fixture::WriteFile(p + ".refine.pos.backup", "half a copy");
+    const auto results = slabadapt::test::RunSlabadapt({"results", p});
+    EXPECT_EQ(results.code, 0) << results.err;
+    EXPECT_EQ(results.err.find("did not end"), std::string::npos) << results.err;
+    EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
+    EXPECT_FALSE(fs::exists(dir / "backup_floor.GAR"));
+    EXPECT_FALSE(fs::exists(p + ".refine.pos.backup"));
 }
 
 } // namespace

@@ -1,5 +1,6 @@
 #include "host/calclink/solver_writer.h"
 #include "host/outcome/project.h"
+#include "tests/support/files.h"
 #include "tests/support/host_project_fixture.h"
 
 #include <gmock/gmock.h>
@@ -46,7 +47,7 @@ TEST_F(SolverWriterTest, OneEntryPerElementWithTheNodalSizes) {
              "SQ(2,0,0,4,0,0,4,2,0,2,2,0){0.40000000000000002,0.20000000000000001,0.5,0."
              "29999999999999999};\n"
              "};\n");
-    EXPECT_FALSE(std::filesystem::exists(Dir() / "proj.refine.pos.tmp"));
+    EXPECT_THAT(slabadapt::test::TemporaryFilesIn(Dir()), testing::IsEmpty());
 }
 
 TEST_F(SolverWriterTest, CoordinatesAreTakenAsGiven) {

@@ -370,3 +370,80 @@ TEST_F(GarTest, AWildColumnOrRowCountIsADamagedStoreNotAnAllocation) {
 }
 
 } // namespace
+
+namespace {
+
+using host::outcome::GarSaveBatch;
+
+TEST_F(GarTest, ABatchStoresEverySlabAtItsCommitAndNoneBefore) {
+    GarSaveBatch batch(Gar());
+    ASSERT_EQ(GarSaveBatch::StoreFor(Project().string() + ".other"), nullptr);
+    GarStore* store = GarSaveBatch::StoreFor(Gar());
+    ASSERT_NE(store, nullptr);
+    EXPECT_EQ(GarSaveBatch::StoreFor(Gar()), store); // one connection for the whole pass
+    for (int slab = 1; slab <= 3; ++slab)
+        EXPECT_TRUE(store->Save(Table(SlabKey(slab), 1, 4, slab)));
+    // A reader meanwhile sees an empty store, not a part of the pass.
+    EXPECT_TRUE(GarStore(Gar(), false).List().empty());
+    batch.Commit();
+    EXPECT_EQ(GarStore(Gar(), false).List().size(), 3u);
+}
+
+TEST_F(GarTest, ABatchThatEndsWithoutCommitLeavesThePreviousStore) {
+    GarStore(Gar()).Save(Table(SlabKey(1), 1, 4, 0.0));
+    {
+        GarSaveBatch batch(Gar());
+        GarSaveBatch::StoreFor(Gar())->Save(Table(SlabKey(1), 1, 4, 100.0));
+        GarSaveBatch::StoreFor(Gar())->Save(Table(SlabKey(2), 1, 4, 200.0));
+    }
+    GarStore store(Gar(), false);
+    ASSERT_EQ(store.List().size(), 1u);
+    EXPECT_EQ(store.Load(SlabKey(1))->GetValue(0, 0), 0.0);
+}
+
+TEST_F(GarTest, AFailedSaveInABatchRollsBackItselfOnly) {
+    GarSaveBatch batch(Gar());
+    GarStore* store = GarSaveBatch::StoreFor(Gar());
+    store->Save(Table(SlabKey(1), 1, 4, 1.0));
+    host::outcome::SetSaveRowHook([](const CKQ_ResultKey& key, unsigned long row) {
+        if (key.GetDsObject().GetID() == 2 && row == 2)
+            throw std::runtime_error("disk gone");
+    });
+    EXPECT_THROW(store->Save(Table(SlabKey(2), 1, 4, 2.0)), std::runtime_error);
+    host::outcome::SetSaveRowHook({});
+    store->Save(Table(SlabKey(3), 1, 4, 3.0));
+    batch.Commit();
+    const auto stored = GarStore(Gar(), false).List();
+    ASSERT_EQ(stored.size(), 2u);
+    EXPECT_EQ(stored[0].key.GetDsObject().GetID(), 1);
+    EXPECT_EQ(stored[1].key.GetDsObject().GetID(), 3);
+}
+
+TEST_F(GarTest, OneBatchAtATime) {
+    GarSaveBatch batch(Gar());
+    EXPECT_THROW(GarSaveBatch second(Gar()), std::logic_error);
+    batch.Commit(); // nothing saved: nothing to commit, no file made
+    EXPECT_FALSE(std::filesystem::exists(Gar()));
+}
+
+TEST_F(GarDeathTest, ACrashMidBatchLeavesNoPartOfThePass) {
+    GarStore(Gar()).Save(Table(SlabKey(1), 1, 5, 0.0));
+    EXPECT_EXIT(
+        {
+            GarSaveBatch batch(Gar());
+            GarStore* store = GarSaveBatch::StoreFor(Gar());
+            store->Save(Table(SlabKey(1), 1, 5, 100.0));
+            store->Save(Table(SlabKey(2), 1, 5, 200.0));
+            host::outcome::SetSaveRowHook([](const CKQ_ResultKey&, unsigned long row) {
+                if (row == 3)
+                    std::_Exit(3);
+            });
+            store->Save(Table(SlabKey(3), 1, 5, 300.0));
+        },
+        ::testing::ExitedWithCode(3), "");
+    GarStore store(Gar(), false);
+    ASSERT_EQ(store.List().size(), 1u);
+    EXPECT_EQ(store.Load(SlabKey(1))->GetValue(0, 0), 0.0);
+}
+
+} // namespace
