@@ -97,6 +97,11 @@ public:
     // at least four digits) and sums them point by point. True when at least one file gave data.
     bool PrepareResultsOnIntegrationPoints(const std::vector<long>& loadCases, CString projectPath);
     void Clear();
+    // The model's element count, when the caller knows it: records of higher element numbers
+    // are skipped and the table grows no further than that, so that a wild element number
+    // costs no memory. The entries of the model's elements are the same as without the limit.
+    // 0 (the default) sets no limit.
+    void LimitElementNumbers(unsigned long elementCount) { m_ElementLimit = elementCount; }
 
     // Element and point indices are zero-based; the table is accessed with checks, so an index
     // outside it throws std::out_of_range.
@@ -136,6 +141,7 @@ private:
     void AddToResults(const IntegrationPointTable& table);
 
     IntegrationPointTable m_Results; // one entry per element (element number - 1)
+    unsigned long m_ElementLimit = 0;
     std::array<CKQPoint3D, 4> m_QuadNaturalCoords;
     std::array<CKQPoint3D, 3> m_TriangleNaturalCoords;
 };

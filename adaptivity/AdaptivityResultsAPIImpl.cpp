@@ -30,6 +30,9 @@ CString CAdaptivityResultsAPIImpl::ProjectPath() const {
 }
 
 bool CAdaptivityResultsAPIImpl::PrepareAdaptiveMeshData(const std::vector<long>& loadCaseNumbers) {
+    // Nothing beyond the model's elements is ever asked for: a record past them is not kept.
+    if (m_ResultsAPI.IsOpen())
+        m_AdaptiveMeshData.LimitElementNumbers(m_ResultsAPI.GetNoOfElements());
     return m_AdaptiveMeshData.PrepareResultsOnIntegrationPoints(loadCaseNumbers, ProjectPath());
 }
 

@@ -5,9 +5,11 @@
 
 #include "host/win32/win32.h"
 
+#include <algorithm>
 #include <clocale>
 #include <cstdio>
 #include <cstring>
+#include <limits>
 #include <memory>
 #include <string>
 
@@ -206,6 +208,8 @@ bool CAdaptiveMeshData::ReadSTRINTGFile(const CString& projectPath, unsigned lon
     // the element changes, so each element's vector is allocated once at its exact size.
     std::vector<CIntegrationPointData> pending;
     int currentElement = 0; // 0: no record yet
+    const std::size_t limit =
+        m_ElementLimit > 0 ? m_ElementLimit : std::numeric_limits<std::size_t>::max();
     auto flush = [&] {
         if (pending.empty())
             return;
@@ -250,10 +254,11 @@ bool CAdaptiveMeshData::ReadSTRINTGFile(const CString& projectPath, unsigned lon
         // table nor counts as the previous element.
         if (element != currentElement) {
             flush();
-            table.resize(static_cast<std::size_t>(element));
+            table.resize(std::min(static_cast<std::size_t>(element), limit));
             currentElement = element;
         }
-        pending.push_back(point);
+        if (static_cast<std::size_t>(element) <= limit)
+            pending.push_back(point);
     }
     if (reader.Failed()) {
         // A file that cannot be read to its end counts as unreadable: no data from it.

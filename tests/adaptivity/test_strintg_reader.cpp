@@ -617,6 +617,45 @@ TEST_F(StrintgReader, ElementNumberGoingBackShrinksTheTable) {
     EXPECT_EQ(Forces(data, 1, 1)[0], 22.0);
 }
 
+// With the model's element count known, a wild element number costs nothing, and the model's
+// elements read exactly as without the limit, resizes up and down included.
+TEST_F(StrintgReader, ALimitKeepsTheModelsEntriesAndNothingBeyond) {
+    const auto text = StrintgText(
+        {"mx"},
+        {RecordLine(1, 1, std::vector<double>{1}), RecordLine(2, 1, std::vector<double>{2}),
+         RecordLine(100000, 1, std::vector<double>{9}), RecordLine(3, 1, std::vector<double>{3}),
+         RecordLine(100000, 2, std::vector<double>{9}), RecordLine(2, 2, std::vector<double>{22}),
+         RecordLine(4, 1, std::vector<double>{4}), RecordLine(7, 1, std::vector<double>{7})});
+    Write(1, text);
+    data.LimitElementNumbers(4);
+    ASSERT_TRUE(Prepare({1}));
+    EXPECT_EQ(Table().size(), 4u);
+    // Without the limit, on a reader of its own: the same first four entries.
+    CAdaptiveMeshData unlimited;
+    ASSERT_TRUE(unlimited.PrepareResultsOnIntegrationPoints({1}, dir.Project()));
+    ASSERT_EQ(Access::Results(unlimited).size(), 7u);
+    for (unsigned long e = 0; e < 4; ++e) {
+        ASSERT_EQ(data.GetCountOfIntegrationPoints(e), unlimited.GetCountOfIntegrationPoints(e))
+            << e;
+        for (long p = 0; p < data.GetCountOfIntegrationPoints(e); ++p)
+            EXPECT_EQ(Forces(data, e, p)[0], Forces(unlimited, e, p)[0]);
+    }
+    EXPECT_EQ(data.GetCountOfIntegrationPoints(1), 2); // 2, then 22 after the way back
+    EXPECT_EQ(data.GetCountOfIntegrationPoints(2), 0); // emptied by the way back to 2
+}
+
+TEST_F(StrintgReader, UnderALimitTheHighestElementNumberIsNoAllocation) {
+    std::vector<std::string> records;
+    for (int i = 0; i < 2000; ++i) // up and down: each way up would build 10^8 entries
+        records.push_back(RecordLine(i % 2 == 0 ? 99999999 : 1, 1, std::vector<double>{1}));
+    Write(1, StrintgText({"mx"}, records));
+    data.LimitElementNumbers(1);
+    ASSERT_TRUE(Prepare({1}));
+    EXPECT_EQ(Table().size(), 1u);
+    EXPECT_EQ(Table().capacity(), 1u);
+    EXPECT_EQ(data.GetCountOfIntegrationPoints(0), 1000); // a way up keeps entry 0
+}
+
 TEST_F(StrintgReader, ElementSeparatedRecordsJoinTheirEntry) {
     // 1, 2, 1: the return to 1 drops entry 2 and appends to entry 1.
     Write(1, StrintgText({"mx"}, {RecordLine(1, 1, std::vector<double>{1}),
