@@ -242,18 +242,27 @@ public:
     HRESULT Read(Byte* data, std::size_t size) override {
         if (m_file == nullptr)
             return E_UNEXPECTED;
+        const long start = std::ftell(m_file);
         if (std::fread(data, 1, size, m_file) == size)
             return S_OK;
         // The file ended sooner than its size said (it shrank while open) or could not be read.
-        return std::ferror(m_file) ? STG_E_READFAULT : IKQ_E_ARCHIVE_EOF;
+        // A refused read consumes nothing, as in memory: the next read starts where it did.
+        const HRESULT hr = std::ferror(m_file) ? STG_E_READFAULT : IKQ_E_ARCHIVE_EOF;
+        Rewind(start);
+        return hr;
     }
     HRESULT Skip(std::uint64_t size) override {
+        if (m_file == nullptr)
+            return E_UNEXPECTED;
+        const long start = std::ftell(m_file);
         Byte chunk[4096];
         while (size > 0) {
             const std::size_t step =
                 static_cast<std::size_t>(std::min<std::uint64_t>(size, sizeof chunk));
-            if (HRESULT hr = Read(chunk, step); FAILED(hr))
+            if (HRESULT hr = Read(chunk, step); FAILED(hr)) {
+                Rewind(start);
                 return hr;
+            }
             size -= step;
         }
         return S_OK;
@@ -265,6 +274,12 @@ public:
     }
 
 private:
+    void Rewind(long position) {
+        std::clearerr(m_file);
+        if (position >= 0)
+            std::fseek(m_file, position, SEEK_SET);
+    }
+
     std::FILE* m_file;
 };
 
@@ -545,8 +560,10 @@ public:
         if (const std::size_t fixed = FixedPayload(tag); fixed > 0) {
             if (Remaining() < 1 + fixed)
                 return IKQ_E_ARCHIVE_EOF;
+            if (HRESULT hr = Discard(fixed); FAILED(hr))
+                return hr;
             ConsumePeeked();
-            return Discard(fixed);
+            return S_OK;
         }
         // A string (32-bit characters) or a raw block (bytes), after a 32-bit length.
         Byte length[4];
@@ -759,8 +776,11 @@ private:
             return DISP_E_TYPEMISMATCH;
         if (Remaining() < 1 + N)
             return IKQ_E_ARCHIVE_EOF;
+        // The type byte is consumed with its payload only: a refused read consumes nothing.
+        if (HRESULT hr = Take(payload, N); FAILED(hr))
+            return hr;
         ConsumePeeked();
-        return Take(payload, N);
+        return S_OK;
     }
 
     template <typename Bits, typename T> HRESULT ReadValue(Item tag, T* value) {

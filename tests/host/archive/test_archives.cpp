@@ -667,3 +667,35 @@ TEST(MemoryArchive, UnsignedShortAndCountRoundTrip) {
 }
 
 } // namespace
+
+namespace {
+
+// A read the file cannot serve (the file shrank while open) consumes nothing, as a read past
+// the end of a memory archive: once the bytes are back, the same read gives the same item.
+TEST_P(FileArchiveTest, ARefusedReadConsumesNothingOfTheFile) {
+    const std::vector<char> block(20000, 'r');
+    auto storing = Storing();
+    storing->Write(block.data(), static_cast<ULONG>(block.size()), nullptr);
+    storing->WriteLong(42);
+    ASSERT_EQ(storing->Close(), S_OK);
+    const Bytes whole = ReadFile(m_path);
+
+    ComPtr<IKQ_Archive> loading;
+    ASSERT_EQ(host::archive::CreateFileArchiveForLoading(m_path, loading.Put()), S_OK);
+    fs::resize_file(m_path, whole.size() - 2); // the long loses its last two bytes
+    std::vector<char> back(block.size());
+    ULONG read = 0;
+    ASSERT_EQ(loading->Read(back.data(), static_cast<ULONG>(back.size()), &read), S_OK);
+    ULONGLONG before = 0;
+    loading->GetPosition(&before);
+    LONG value = 0;
+    EXPECT_EQ(loading->ReadLong(&value), IKQ_E_ARCHIVE_EOF);
+    ULONGLONG after = 0;
+    loading->GetPosition(&after);
+    EXPECT_EQ(after, before);
+    WriteFile(m_path, whole);
+    EXPECT_EQ(loading->ReadLong(&value), S_OK);
+    EXPECT_EQ(value, 42);
+}
+
+} // namespace
