@@ -646,8 +646,8 @@ void MEER::compute_element_errors() {
     // reach the node (it is reported rather than read).
     const double* nodal1[4] = {nullptr, nullptr, nullptr, nullptr};
     const double* nodal2[4] = {nullptr, nullptr, nullptr, nullptr};
-    auto gather = [this](Dvctr*** rows, std::int32_t r, const ELEMENT& el, std::int32_t nn,
-                         const double** out) {
+    auto gather = [&](Dvctr*** rows, std::int32_t r, const ELEMENT& el, std::int32_t nn,
+                      const double** out) {
         for (std::int32_t i = 0; i < nn; ++i) {
             const std::int32_t node = el.nodes[i];
             const Dvctr* v = rows ? rows[r][node] : nullptr;

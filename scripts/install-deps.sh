@@ -7,6 +7,7 @@ packages=(
     googletest libgtest-dev libgmock-dev libbenchmark-dev
     libsqlite3-dev sqlite3 libtomlplusplus-dev libcli11-dev
     gmsh calculix-ccx python3 python3-matplotlib python3-numpy python3-pil clang-format chromium
+    clang libclang-rt-14-dev
     locales
 )
 missing=()
