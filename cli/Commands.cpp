@@ -26,6 +26,7 @@
 #include <sstream>
 #include <string_view>
 
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace slabadapt::cli {
@@ -111,10 +112,34 @@ std::string WriteProblem(const fs::path& file) {
     if (!fs::is_directory(folder, ec))
         return folder.string() + " is not a folder";
     if (fs::exists(file, ec)) {
-        if (::access(file.c_str(), W_OK) != 0)
-            return std::string("it is read-only (") + std::strerror(errno) + ")";
-    } else if (::access(folder.c_str(), W_OK) != 0) {
-        return "the folder " + folder.string() + " is not writable (" + std::strerror(errno) + ")";
+        if (!PermitsWriting(file))
+            return "it is read-only";
+    } else if (!PermitsWriting(folder)) {
+        return "the folder " + folder.string() + " is not writable";
+    }
+    return {};
+}
+
+bool PermitsWriting(const fs::path& path) {
+    // The superuser may write anything; a file or folder the user made read-only is still
+    // taken as a wish not to replace it.
+    if (::geteuid() == 0) {
+        struct stat status {};
+        return ::stat(path.c_str(), &status) == 0 && (status.st_mode & 0222) != 0;
+    }
+    return ::access(path.c_str(), W_OK) == 0;
+}
+
+std::string ResultsWriteProblem(const fs::path& project) {
+    const fs::path folder = project.has_parent_path() ? project.parent_path() : fs::path(".");
+    if (!PermitsWriting(folder))
+        return "cannot write the results: the folder " + folder.string() + " is not writable";
+    for (const char* suffix : {".GAR", ".refine.pos"}) {
+        const fs::path file = host::outcome::ProjectFile(project, suffix);
+        std::error_code ec;
+        if (fs::exists(file, ec) && !PermitsWriting(file))
+            return "cannot write the results: " + file.string() +
+                   " is read-only (make it writable, or move it away, to run)";
     }
     return {};
 }
@@ -365,6 +390,11 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
     if (!lock.Held())
         return kExitBusy;
     RecoverInterruptedRun(options.project, err);
+    if (const std::string problem = ResultsWriteProblem(QuietlyResolved(options.project));
+        !problem.empty()) {
+        err << "slabadapt: " << problem << "; nothing was run\n";
+        return kExitCannotWrite;
+    }
     RunReport report;
     PreviousResults previous(options.project, err);
     const int code = RunPass(options, report, err);

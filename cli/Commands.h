@@ -45,6 +45,12 @@ std::filesystem::path QuietlyResolved(const std::filesystem::path& given);
 // Why `file` cannot be written (a folder, a missing or read-only folder, a read-only file), or
 // empty when no reason is apparent.
 std::string WriteProblem(const std::filesystem::path& file);
+// Whether the file or folder may be written; for the superuser, whether any write permission
+// is set (a file made read-only stays so, even for root).
+bool PermitsWriting(const std::filesystem::path& path);
+// Why a run could not replace the project's results (its folder, P.GAR or P.refine.pos not
+// writable), or empty. A run refuses before it touches anything (exit kExitCannotWrite).
+std::string ResultsWriteProblem(const std::filesystem::path& project);
 
 // The name of a result code of the run ("Success", "EstimatorRunFailed", ...).
 const char* ResultCodeName(int code);
