@@ -9,6 +9,8 @@
 #include <exception>
 #include <iostream>
 #include <memory>
+#include <new>
+#include <stdexcept>
 
 #include <unistd.h>
 
@@ -435,11 +437,36 @@ int Main(int argc, const char* const* argv, std::ostream& out, std::ostream& err
         err << app.help();
         return kExitUsage;
     }
+    if (const std::string first = argv[1]; !first.empty() && first[0] != '-') {
+        bool known = false;
+        std::string names;
+        for (const CLI::App* sub : app.get_subcommands({})) {
+            known = known || sub->get_name() == first;
+            names += (names.empty() ? "" : ", ") + sub->get_name();
+        }
+        if (!known) {
+            err << "slabadapt: there is no command \"" << first << "\" (the commands: " << names
+                << ")\nSee `slabadapt --help`.\n";
+            return kExitUsage;
+        }
+    }
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError& e) {
         const int code = app.exit(e, out, err);
         return code == 0 ? 0 : kExitUsage;
+    } catch (const std::bad_alloc&) {
+        // Caught here, so that what the command set aside is put back as the stack unwinds.
+        err << "slabadapt: out of memory: the model, or a count in one of its files, is larger "
+               "than this machine can hold (slabadapt check names counts that do not fit)\n";
+        return kExitInternal;
+    } catch (const std::logic_error& e) {
+        err << "slabadapt: internal error (please report it with the project's files): " << e.what()
+            << '\n';
+        return kExitInternal;
+    } catch (const std::exception& e) {
+        err << "slabadapt: unexpected failure: " << e.what() << '\n';
+        return kExitInternal;
     }
     return exitCode;
 }

@@ -397,6 +397,10 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
     }
     RunReport report;
     PreviousResults previous(options.project, err);
+    if (!previous.Problem().empty()) {
+        err << "slabadapt: " << previous.Problem() << "; nothing was run\n";
+        return kExitCannotWrite;
+    }
     const int code = RunPass(options, report, err);
     previous.Settle(code, err);
     if (code == kExitDataError) {

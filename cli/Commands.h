@@ -93,9 +93,12 @@ public:
     PreviousResults(const PreviousResults&) = delete;
     PreviousResults& operator=(const PreviousResults&) = delete;
     void Settle(int code, std::ostream& err);
+    // Why the results could not be set aside (then the run must not start), or empty.
+    const std::string& Problem() const { return m_problem; }
 
 private:
     std::filesystem::path m_project;
+    std::string m_problem;
     bool m_gar = false;
     bool m_pos = false;
     bool m_pending = false;

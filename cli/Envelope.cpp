@@ -212,6 +212,10 @@ int EnvelopeCommand(const RunOptions& options, std::ostream& out, std::ostream& 
     }
     EnvelopeReport report;
     PreviousResults previous(options.project, err);
+    if (!previous.Problem().empty()) {
+        err << "slabadapt: " << previous.Problem() << "; nothing was run\n";
+        return kExitCannotWrite;
+    }
     const int code = RunEnvelope(options, report, err);
     previous.Settle(code, err);
     const RunOptions& o = report.options;

@@ -102,12 +102,26 @@ PreviousResults::PreviousResults(const fs::path& given, std::ostream&)
     if (fs::exists(files.gar, ec)) {
         CString backup;
         m_gar = CAdaptiveMeshData::CreateGARFileBackup(CString(m_project.string()), backup);
+        if (!m_gar)
+            m_problem = "cannot copy " + files.gar.string() + " aside to " +
+                        files.garBackup.string() + " (a full disk?)";
     }
-    if (fs::is_regular_file(files.pos, ec)) {
+    if (m_problem.empty() && fs::is_regular_file(files.pos, ec)) {
         fs::copy_file(files.pos, files.posBackup, fs::copy_options::overwrite_existing, ec);
         m_pos = !ec;
+        if (!m_pos)
+            m_problem = "cannot copy " + files.pos.string() + " aside (" + ec.message() + ")";
     }
-    m_pending = WriteMarker(files.marker, MarkerText(m_gar, m_pos));
+    if (m_problem.empty()) {
+        m_pending = WriteMarker(files.marker, MarkerText(m_gar, m_pos));
+        if (!m_pending)
+            m_problem = "cannot write " + files.marker.string() + " (a full disk?)";
+    }
+    if (!m_problem.empty()) { // nothing may run: drop what was set aside
+        fs::remove(files.garBackup, ec);
+        fs::remove(files.posBackup, ec);
+        m_gar = m_pos = false;
+    }
 }
 
 void PreviousResults::Settle(int code, std::ostream& err) {

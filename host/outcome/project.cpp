@@ -1,8 +1,10 @@
 #include "host/outcome/project.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <charconv>
 #include <cmath>
+#include <cstring>
 #include <fstream>
 #include <map>
 #include <set>
@@ -80,8 +82,13 @@ class MshLines {
 public:
     explicit MshLines(const std::filesystem::path& file) : m_file(file) {
         std::ifstream in(file, std::ios::binary);
+        std::error_code ec;
         if (!in)
-            throw ProjectError(file, 0, "cannot open the mesh file");
+            throw ProjectError(file, 0,
+                               std::filesystem::exists(file, ec)
+                                   ? "cannot open the mesh file (" +
+                                         std::string(std::strerror(errno)) + ")"
+                                   : std::string("cannot open the mesh file: it does not exist"));
         std::string line;
         while (std::getline(in, line)) {
             if (!line.empty() && line.back() == '\r')

@@ -375,8 +375,14 @@ private:
 
 ProjectData ReadProjectData(const std::filesystem::path& tomlFile) {
     std::error_code ec;
+    if (!std::filesystem::exists(tomlFile, ec))
+        throw ProjectError(tomlFile, 0, "cannot open the project data file: it does not exist");
     if (!std::filesystem::is_regular_file(tomlFile, ec))
-        throw ProjectError(tomlFile, 0, "cannot open the project data file");
+        throw ProjectError(tomlFile, 0,
+                           std::filesystem::is_directory(tomlFile, ec)
+                               ? "is a folder, not the project data file"
+                               : "is not a regular file (a pipe or a device?): the project data "
+                                 "is read from a file");
     return TomlReader(tomlFile).read();
 }
 

@@ -240,3 +240,27 @@ TEST(KilledRun, BackupsWithoutAMarkerAreStaleAndGo) {
 }
 
 } // namespace
+
+namespace {
+
+// Without a copy of the previous results nothing may run: the pass would delete P.GAR first.
+TEST(PreviousResults, ARunWhoseResultsCannotBeSetAsideDoesNotStart) {
+    slabadapt::test::TempDir dir("no-backup");
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    ASSERT_EQ(
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
+        0);
+    const std::string gar = fixture::ReadFile(p + ".GAR");
+    // A folder (not empty, so not taken for a stale copy) where the copy would go.
+    fs::create_directory(dir / "backup_floor.GAR");
+    fixture::WriteFile(dir / "backup_floor.GAR" / "keep", "x");
+    const auto run =
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "102"});
+    EXPECT_EQ(run.code, slabadapt::cli::kExitCannotWrite) << run.err;
+    EXPECT_NE(run.err.find("cannot copy " + p + ".GAR aside"), std::string::npos) << run.err;
+    EXPECT_NE(run.err.find("nothing was run"), std::string::npos) << run.err;
+    EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
+    EXPECT_FALSE(fs::exists(p + ".run-pending"));
+}
+
+} // namespace

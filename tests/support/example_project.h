@@ -37,7 +37,10 @@ inline fs::path ExampleDir() {
 using slabadapt::test::TempDir;
 
 inline std::string Quote(const fs::path& p) {
-    return "'" + p.string() + "'";
+    std::string quoted = "'";
+    for (char c : p.string())
+        quoted += c == '\'' ? std::string("'\\''") : std::string(1, c);
+    return quoted + "'";
 }
 
 inline std::string ReadFile(const fs::path& file) {
