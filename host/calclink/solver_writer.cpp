@@ -3,6 +3,7 @@
 #include "host/outcome/project.h"
 #include "host/win32/files.h"
 
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <memory>
@@ -60,33 +61,53 @@ void WriteSizeField(const std::filesystem::path& posFile,
     if (!out)
         throw std::runtime_error("cannot write " + temporary.string());
     std::FILE* f = out.get();
-    // %.17g keeps every double exactly. printf follows LC_NUMERIC, Gmsh wants a full stop
-    // whatever the caller's locale.
-    auto number = [](double v) {
-        char buffer[64];
-        std::snprintf(buffer, sizeof buffer, "%.17g", v);
-        std::string text(buffer);
-        for (char& c : text)
-            if (c == ',')
-                c = '.';
-        return text;
+    // 17 significant digits as "%.17g" prints them (every double reads back exactly), by
+    // std::to_chars: no locale (Gmsh wants a full stop whatever the caller's), no printf per
+    // value. The text goes out in blocks of about a megabyte.
+    std::string block;
+    block.reserve((1u << 20) + 1024);
+    auto number = [&block](double v) {
+        char digits[32];
+        const auto end =
+            std::to_chars(digits, digits + sizeof digits, v, std::chars_format::general, 17).ptr;
+        block.append(digits, end);
     };
-    std::fputs("View \"refinement\" {\n", f);
+    bool written = true;
+    auto flush = [&] {
+        written = written && std::fwrite(block.data(), 1, block.size(), f) == block.size();
+        block.clear();
+    };
+    block += "View \"refinement\" {\n";
     for (const auto& element : elements) {
-        std::string line = element.size() == 3 ? "ST(" : "SQ(";
+        block += element.size() == 3 ? "ST(" : "SQ(";
         for (std::size_t k = 0; k < element.size(); ++k) {
             const CKQPoint3D& p = nodes[element[k] - 1];
-            line += (k > 0 ? "," : "") + number(p.x) + "," + number(p.y) + "," + number(p.z);
+            if (k > 0)
+                block += ',';
+            number(p.x);
+            block += ',';
+            number(p.y);
+            block += ',';
+            number(p.z);
         }
-        line += "){";
-        for (std::size_t k = 0; k < element.size(); ++k)
-            line += (k > 0 ? "," : "") + number(sizes[element[k] - 1]);
-        line += "};\n";
-        std::fputs(line.c_str(), f);
+        block += "){";
+        for (std::size_t k = 0; k < element.size(); ++k) {
+            if (k > 0)
+                block += ',';
+            number(sizes[element[k] - 1]);
+        }
+        block += "};\n";
+        if (block.size() >= (1u << 20))
+            flush();
     }
-    std::fputs("};\n", f);
-    if (std::fflush(f) != 0 || std::ferror(f))
+    block += "};\n";
+    flush();
+    if (!written || std::fflush(f) != 0 || std::ferror(f)) {
+        out.reset();
+        std::error_code ignored;
+        std::filesystem::remove(temporary, ignored);
         throw std::runtime_error("cannot write " + temporary.string());
+    }
     out.reset();
     std::error_code ec;
     std::filesystem::rename(temporary, posFile, ec);

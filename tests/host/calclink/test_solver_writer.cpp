@@ -268,3 +268,55 @@ TEST_F(SolverWriterTest, GmshRemeshesFollowingTheWrittenField) {
 }
 
 } // namespace
+
+namespace {
+
+// Every number of the view is written as "%.17g" writes it in the C locale: extremes,
+// subnormals, negative zero and ordinary values alike, so the file is the same as ever.
+TEST_F(SolverWriterTest, NumbersAreWrittenAsPrintfWritesThemWithSeventeenDigits) {
+    const std::vector<double> values = {0.1,
+                                        -0.0,
+                                        1e-300,
+                                        4.9e-324,
+                                        2.2250738585072014e-308,
+                                        1e300,
+                                        -1.5e-7,
+                                        12345678901234567.0,
+                                        0.5,
+                                        1.0 / 3.0,
+                                        -2.5e22,
+                                        6.02e23};
+    std::vector<CKQPoint3D> nodes;
+    std::vector<double> sizes;
+    std::vector<std::vector<unsigned long>> elements;
+    for (std::size_t i = 0; i + 2 < values.size(); i += 3) {
+        nodes.emplace_back(values[i], values[i + 1], values[i + 2]);
+        sizes.push_back(std::abs(values[i]) + 0.25);
+    }
+    for (unsigned long n = 1; n + 2 <= nodes.size(); ++n)
+        elements.push_back({n, n + 1, n + 2});
+    const auto file = Dir() / "numbers.pos";
+    host::calclink::WriteSizeField(file, elements, sizes, nodes);
+
+    auto printed = [](double v) {
+        char buffer[64];
+        std::snprintf(buffer, sizeof buffer, "%.17g", v);
+        return std::string(buffer);
+    };
+    std::string expected = "View \"refinement\" {\n";
+    for (const auto& element : elements) {
+        expected += "ST(";
+        for (std::size_t k = 0; k < 3; ++k) {
+            const CKQPoint3D& p = nodes[element[k] - 1];
+            expected += (k > 0 ? "," : "") + printed(p.x) + "," + printed(p.y) + "," + printed(p.z);
+        }
+        expected += "){";
+        for (std::size_t k = 0; k < 3; ++k)
+            expected += (k > 0 ? "," : "") + printed(sizes[element[k] - 1]);
+        expected += "};\n";
+    }
+    expected += "};\n";
+    EXPECT_EQ(Read(file), expected);
+}
+
+} // namespace
