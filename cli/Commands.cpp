@@ -354,17 +354,13 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     if (WrittenSince(gar, garBefore)) {
         report.files.push_back({gar, "errors and new sizes per element: slabadapt results"});
         try {
-            const host::outcome::Project* model =
-                report.check && report.check->model ? &*report.check->model : nullptr;
-            std::optional<host::outcome::Project> loaded;
-            if (model == nullptr) {
-                try {
-                    loaded = host::outcome::LoadProject(project);
-                    model = &*loaded;
-                } catch (const std::exception&) {
-                    // Names are a nicety; the numbers come from P.GAR alone.
-                }
+            std::shared_ptr<const host::outcome::Project> shared;
+            try {
+                shared = host::outcome::SharedProject(project);
+            } catch (const std::exception&) {
+                // Names are a nicety; the numbers come from P.GAR alone.
             }
+            const host::outcome::Project* model = shared.get();
             report.slabs = Summarize(ReadStoredResults(project, model));
         } catch (const std::exception& e) {
             report.resultsProblem = e.what();

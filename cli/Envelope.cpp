@@ -129,9 +129,8 @@ int RunEnvelope(const RunOptions& options, EnvelopeReport& report, std::ostream&
     const auto start = std::chrono::steady_clock::now();
     if (!options.noCheck && !CheckBeforeRun(project, options.loadCases, report.check, err))
         return report.code = kExitDataError;
-    std::optional<host::outcome::Project> loaded;
-    const host::outcome::Project* model =
-        report.check && report.check->model ? &*report.check->model : nullptr;
+    std::shared_ptr<const host::outcome::Project> shared;
+    const host::outcome::Project* model = nullptr;
 
     std::vector<PassTables> tables;
     for (const long id : options.loadCases) {
@@ -150,8 +149,8 @@ int RunEnvelope(const RunOptions& options, EnvelopeReport& report, std::ostream&
             return report.code = code;
         }
         if (model == nullptr) {
-            loaded = host::outcome::LoadProject(project);
-            model = &*loaded;
+            shared = host::outcome::SharedProject(project);
+            model = shared.get();
         }
         PassTables pt;
         StoredResults stored = ReadStoredResults(project, model);

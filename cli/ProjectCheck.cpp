@@ -446,7 +446,7 @@ CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadC
     report.project = project;
     Collector out(report.findings);
     try {
-        report.model = host::outcome::LoadProject(project);
+        report.model = host::outcome::SharedProject(project);
     } catch (const host::outcome::ProjectError& e) {
         report.findings.push_back({Severity::Error, e.file(), e.line(), e.message()});
         return report;

@@ -7,6 +7,7 @@
 
 #include <cstddef>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <ostream>
 #include <string>
@@ -35,7 +36,7 @@ struct CheckedLoadCase {
 struct CheckReport {
     std::filesystem::path project;
     // The project as read; empty when P.msh or P.toml could not be read.
-    std::optional<host::outcome::Project> model;
+    std::shared_ptr<const host::outcome::Project> model; // the model the run shares
     std::vector<CheckedLoadCase> loadCases;
     std::vector<Finding> findings;
 

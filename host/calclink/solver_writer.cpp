@@ -8,6 +8,7 @@
 #include <cstdio>
 #include <memory>
 #include <mutex>
+#include <optional>
 #include <stdexcept>
 #include <string>
 
@@ -129,8 +130,16 @@ void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath,
     const std::filesystem::path project = projectPath.ToPath();
     // The store opens a mesh without elements and physical surfaces as an empty model; its
     // size field is a view without entries.
-    host::outcome::Mesh mesh = host::outcome::ReadMesh(host::outcome::ProjectFile(project, ".msh"),
-                                                       host::outcome::EmptyMesh::Accept);
+    // The model the run has read already, when P.toml and P.msh make one; else P.msh alone.
+    std::shared_ptr<const host::outcome::Project> model;
+    std::optional<host::outcome::Mesh> own;
+    try {
+        model = host::outcome::SharedProject(project);
+    } catch (const host::outcome::ProjectError&) {
+        own = host::outcome::ReadMesh(host::outcome::ProjectFile(project, ".msh"),
+                                      host::outcome::EmptyMesh::Accept);
+    }
+    const host::outcome::Mesh& mesh = model ? model->mesh : *own;
     if (nodes.size() != mesh.nodes.size())
         throw std::invalid_argument("the size field has " + std::to_string(nodes.size()) +
                                     " nodes, the mesh " + std::to_string(mesh.nodes.size()));

@@ -7,9 +7,12 @@
 #include <cstring>
 #include <fstream>
 #include <map>
+#include <memory>
+#include <mutex>
 #include <set>
 #include <sstream>
 #include <string_view>
+#include <sys/stat.h>
 #include <unordered_map>
 #include <unordered_set>
 
@@ -657,6 +660,53 @@ const SlabData* Project::SlabDataOf(unsigned long slabId) const {
         if (s.tag == tag)
             return &s;
     return nullptr;
+}
+
+namespace {
+
+// What identifies the files a project was read from: device, inode, size and modification
+// time (a file replaced, rewritten or touched reads as another).
+struct FileStamp {
+    bool exists = false;
+    std::uint64_t device = 0, inode = 0, size = 0;
+    std::int64_t seconds = 0, nanoseconds = 0;
+    bool operator==(const FileStamp&) const = default;
+};
+
+FileStamp StampOf(const std::filesystem::path& file) {
+    struct stat status {};
+    FileStamp stamp;
+    if (::stat(file.c_str(), &status) != 0)
+        return stamp;
+    stamp.exists = true;
+    stamp.device = static_cast<std::uint64_t>(status.st_dev);
+    stamp.inode = static_cast<std::uint64_t>(status.st_ino);
+    stamp.size = static_cast<std::uint64_t>(status.st_size);
+    stamp.seconds = status.st_mtim.tv_sec;
+    stamp.nanoseconds = status.st_mtim.tv_nsec;
+    return stamp;
+}
+
+std::mutex g_sharedMutex;
+struct SharedEntry {
+    std::filesystem::path path;
+    FileStamp msh, toml;
+    std::shared_ptr<const Project> project;
+} g_shared;
+
+} // namespace
+
+std::shared_ptr<const Project> SharedProject(const std::filesystem::path& projectPath) {
+    const std::filesystem::path path = std::filesystem::absolute(projectPath).lexically_normal();
+    const FileStamp msh = StampOf(ProjectFile(path, ".msh"));
+    const FileStamp toml = StampOf(ProjectFile(path, ".toml"));
+    std::lock_guard lock(g_sharedMutex);
+    if (g_shared.project && g_shared.path == path && g_shared.msh == msh && g_shared.toml == toml)
+        return g_shared.project;
+    g_shared.project.reset(); // the old model goes before the new one is read
+    auto project = std::make_shared<const Project>(LoadProject(path));
+    g_shared = {path, msh, toml, project};
+    return project;
 }
 
 Project LoadProject(const std::filesystem::path& projectPath) {

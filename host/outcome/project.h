@@ -12,6 +12,7 @@
 #include <array>
 #include <cstdint>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <stdexcept>
 #include <string>
@@ -170,6 +171,13 @@ std::filesystem::path ProjectFile(const std::filesystem::path& projectPath,
 // that lists no [[slab]] is an empty model (no nodes, elements or slabs); an empty P.msh without
 // P.toml, or with slabs in P.toml, is refused. Throws ProjectError.
 Project LoadProject(const std::filesystem::path& projectPath);
+
+// The project as LoadProject reads it, read once per process and shared: the check, the result
+// store, the size-field writer and the command's summary borrow one model instead of parsing
+// P.msh and P.toml each. The last project read is kept while P.msh and P.toml are unchanged
+// (same size and modification time; a file written since is read again). Throws as
+// LoadProject does.
+std::shared_ptr<const Project> SharedProject(const std::filesystem::path& projectPath);
 
 enum class MshVersion { V41, V22 };
 

@@ -119,7 +119,7 @@ int CKQ_FemResultsAPI::Init(Outcome64Enums::eSolverType solverType, Outcome64Enu
         return eIR_MeshNotFound;
     }
     try {
-        auto project = std::make_shared<host::outcome::Project>(host::outcome::LoadProject(path));
+        std::shared_ptr<const host::outcome::Project> project = host::outcome::SharedProject(path);
         if (project->data) {
             // The combinations' STRINTG files, so that the module reads them like any other;
             // one that cannot be made has no file, which the module then reports as missing

@@ -334,7 +334,7 @@ TEST_F(CheckTest, AnUnreadableMeshNamesFileAndLine) {
     WriteLines(p.string() + ".msh", lines);
     const CheckReport r = CheckProject(p, {7});
     ASSERT_FALSE(r.Passed());
-    EXPECT_FALSE(r.model.has_value());
+    EXPECT_EQ(r.model, nullptr);
     ASSERT_EQ(r.findings.size(), 1u);
     EXPECT_EQ(r.findings[0].file.filename(), "patch.msh");
     EXPECT_GT(r.findings[0].line, 0u);

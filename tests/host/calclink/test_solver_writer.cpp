@@ -308,11 +308,19 @@ TEST_F(SolverWriterTest, NumbersAreWrittenAsPrintfWritesThemWithSeventeenDigits)
         expected += "ST(";
         for (std::size_t k = 0; k < 3; ++k) {
             const CKQPoint3D& p = nodes[element[k] - 1];
-            expected += (k > 0 ? "," : "") + printed(p.x) + "," + printed(p.y) + "," + printed(p.z);
+            const double xyz[3] = {p.x, p.y, p.z};
+            for (int c = 0; c < 3; ++c) {
+                if (k > 0 || c > 0)
+                    expected += ',';
+                expected += printed(xyz[c]);
+            }
         }
         expected += "){";
-        for (std::size_t k = 0; k < 3; ++k)
-            expected += (k > 0 ? "," : "") + printed(sizes[element[k] - 1]);
+        for (std::size_t k = 0; k < 3; ++k) {
+            if (k > 0)
+                expected += ',';
+            expected += printed(sizes[element[k] - 1]);
+        }
         expected += "};\n";
     }
     expected += "};\n";

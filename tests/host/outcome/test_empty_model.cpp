@@ -207,3 +207,32 @@ TEST_F(EmptyModelTest, AnEmptyModelIsWrittenAndReadBack) {
 }
 
 } // namespace
+
+namespace {
+
+using SharedProjectTest = EmptyModelTest;
+
+// One parse per process: the same files give the same model; a file written since, another
+// project or a removed P.toml give a fresh one.
+TEST_F(SharedProjectTest, IsReadOnceAndAgainWhenAFileChanges) {
+    MakeProject(kEmpty41, kNoSlabToml);
+    const auto first = host::outcome::SharedProject(Project());
+    EXPECT_EQ(host::outcome::SharedProject(Project()), first);
+    // The same path written differently still finds it.
+    EXPECT_EQ(host::outcome::SharedProject(Project().parent_path() / "." / "proj"), first);
+
+    // Another P.toml of the same size: a new file (inode), so a new model.
+    std::string changed = kNoSlabToml;
+    changed.replace(changed.find("101"), 3, "102");
+    Write("proj.toml.new", changed);
+    std::filesystem::rename(Dir() / "proj.toml.new", Dir() / "proj.toml");
+    const auto second = host::outcome::SharedProject(Project());
+    EXPECT_NE(second, first);
+    EXPECT_EQ(second->data->loadCases[0].id, 102);
+    EXPECT_EQ(first->data->loadCases[0].id, 101); // a holder keeps what it borrowed
+
+    std::filesystem::remove(Dir() / "proj.toml");
+    EXPECT_THROW(host::outcome::SharedProject(Project()), ProjectError); // no slab data
+}
+
+} // namespace
