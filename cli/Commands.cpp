@@ -186,8 +186,12 @@ bool ReportUnreadableStore(const fs::path& project, const std::exception& e, std
     const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
     std::error_code ec;
     if (!fs::exists(gar, ec)) {
-        err << "slabadapt: " << gar.string() << " does not exist: the project has no stored "
-            << "results yet (`slabadapt run` writes them)\n";
+        if (fs::exists(host::outcome::ProjectFile(project, ".run-pending"), ec))
+            err << "slabadapt: " << gar.string() << " does not exist while a run replaces the "
+                << "results; ask again when it has ended\n";
+        else
+            err << "slabadapt: " << gar.string() << " does not exist: the project has no stored "
+                << "results yet (`slabadapt run` writes them)\n";
         return true;
     }
     err << "slabadapt: " << e.what() << '\n';

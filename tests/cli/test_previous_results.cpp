@@ -264,3 +264,30 @@ TEST(PreviousResults, ARunWhoseResultsCannotBeSetAsideDoesNotStart) {
 }
 
 } // namespace
+
+namespace {
+
+// While a run replaces the results P.GAR is gone for a moment: a reader then says why, and
+// leaves what the run set aside alone.
+TEST(OneWriter, AReaderDuringARunSaysTheResultsAreBeingReplaced) {
+    slabadapt::test::TempDir dir("reader");
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    ASSERT_EQ(
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
+        0);
+    // As the run looks after it has set the results aside and its pass has deleted P.GAR.
+    const int writer = ::open((p + ".toml").c_str(), O_RDONLY);
+    ASSERT_GE(writer, 0);
+    ASSERT_EQ(::flock(writer, LOCK_EX), 0);
+    fs::rename(p + ".GAR", dir / "backup_floor.GAR");
+    fixture::WriteFile(p + ".run-pending", "gar=previous\npos=none\n");
+    const auto results = slabadapt::test::RunSlabadapt({"results", p});
+    EXPECT_EQ(results.code, slabadapt::cli::kExitNoInput);
+    EXPECT_NE(results.err.find("while a run replaces the results"), std::string::npos)
+        << results.err;
+    EXPECT_TRUE(fs::exists(dir / "backup_floor.GAR")); // the running writer's, untouched
+    EXPECT_TRUE(fs::exists(p + ".run-pending"));
+    ::close(writer);
+}
+
+} // namespace
