@@ -7,6 +7,7 @@
 
 #include <algorithm>
 #include <cctype>
+#include <charconv>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
@@ -125,12 +126,26 @@ constexpr std::size_t kFieldWidth = strintg::c_nFieldWidth;
 // largest double, 1.8e308, and sums of them overflow.
 constexpr double kLargestTrustedValue = 1e150;
 
-bool IsNumberField(const std::string& text) {
-    if (text.empty())
-        return false;
-    char* end = nullptr;
-    const double value = std::strtod(text.c_str(), &end);
-    return end == text.c_str() + text.size() && std::isfinite(value);
+// Reads a whole field as strtod reads it: true when all of it is the number (value set).
+// std::from_chars takes the usual fields (the same correctly rounded double) at a fraction of
+// strtod's cost; whatever it does not take whole (hexadecimal, a value beyond the range) goes
+// to strtod itself.
+bool ReadWholeField(const std::string& text, double& value) {
+    const char* begin = text.data();
+    const char* end = begin + text.size();
+    const char* digits = begin != end && *begin == '+' ? begin + 1 : begin; // strtod takes '+'
+    if (digits != end && (digits == begin || (*digits != '-' && *digits != '+'))) {
+        const auto [stop, error] = std::from_chars(digits, end, value);
+        if (error == std::errc() && stop == end)
+            return true;
+    }
+    char* stop = nullptr;
+    value = std::strtod(text.c_str(), &stop);
+    return !text.empty() && stop == end;
+}
+
+bool IsNumberField(const std::string& text, double& value) {
+    return ReadWholeField(text, value) && std::isfinite(value);
 }
 
 // Element number of a record: characters 0-7 read as a decimal integer the way the module
@@ -159,14 +174,15 @@ void CheckRecordFields(const fs::path& file, std::size_t number, long element,
             continue;
         }
         ++present;
-        if (!IsNumberField(text))
+        double value = 0.0;
+        if (!IsNumberField(text, value))
             out.Error(
                 file, number, "number",
                 Format("element %ld: the %s field (characters %zu-%zu) holds \"%s\", "
                        "which is not a finite number: the module would read %s",
                        element, fields[k].c_str(), start + 1, start + kFieldWidth, text.c_str(),
                        std::strtod(text.c_str(), nullptr) == 0.0 ? "0" : "only its beginning"));
-        else if (std::fabs(std::strtod(text.c_str(), nullptr)) > kLargestTrustedValue)
+        else if (std::fabs(value) > kLargestTrustedValue)
             out.Error(file, number, "magnitude",
                       Format("element %ld: the %s value %s is so large that the products of "
                              "forces and deformations the estimator forms would overflow a "

@@ -370,3 +370,27 @@ TEST_F(CheckTest, AStrintgFileThatIsAPipeOrAFolderIsAFindingNotAHang) {
 }
 
 } // namespace
+
+namespace {
+
+// Fields the C library reads whole are numbers, the others are not, however they are read
+// inside: a plus sign, a hexadecimal value and the forms without digits on one side pass; a
+// doubled sign, an exponent without digits and a value beyond the range of a double do not.
+TEST_F(CheckTest, AFieldIsANumberExactlyWhenTheCLibraryReadsItWhole) {
+    const std::vector<std::pair<std::string, bool>> fields = {
+        {"           +1.5", true},  {"         0x1p-3", true},  {"             .5", true},
+        {"             5.", true},  {"    -2.5000E+02", true},  {"           +-1.", false},
+        {"           1.5e", false}, {"          1e999", false}, {"           -nan", false},
+        {"            inf", false}, {"            1-2", false}};
+    for (const auto& [field, number] : fields) {
+        auto lines = Records();
+        lines[5].replace(61, 15, field); // the mx field of element 1
+        WriteLines(Strintg(), lines);
+        const CheckReport r = CheckProject(p, {7});
+        EXPECT_EQ(Has(r, Severity::Error, "patch.STRINTG0003", 6, "the mx field"), !number)
+            << "\"" << field << "\"\n"
+            << All(r);
+    }
+}
+
+} // namespace
