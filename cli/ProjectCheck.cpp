@@ -80,12 +80,16 @@ long ColumnFlag(const std::string& name) {
     return 0;
 }
 
-std::string Trimmed(std::string_view text) {
+std::string_view TrimmedView(std::string_view text) {
     const auto begin = text.find_first_not_of(" \t");
     if (begin == std::string_view::npos)
         return {};
     const auto end = text.find_last_not_of(" \t");
-    return std::string(text.substr(begin, end - begin + 1));
+    return text.substr(begin, end - begin + 1);
+}
+
+std::string Trimmed(std::string_view text) {
+    return std::string(TrimmedView(text));
 }
 
 std::string Lower(std::string text) {
@@ -130,7 +134,7 @@ constexpr double kLargestTrustedValue = 1e150;
 // std::from_chars takes the usual fields (the same correctly rounded double) at a fraction of
 // strtod's cost; whatever it does not take whole (hexadecimal, a value beyond the range) goes
 // to strtod itself.
-bool ReadWholeField(const std::string& text, double& value) {
+bool ReadWholeField(std::string_view text, double& value) {
     const char* begin = text.data();
     const char* end = begin + text.size();
     const char* digits = begin != end && *begin == '+' ? begin + 1 : begin; // strtod takes '+'
@@ -139,12 +143,13 @@ bool ReadWholeField(const std::string& text, double& value) {
         if (error == std::errc() && stop == end)
             return true;
     }
+    const std::string copy(text); // strtod wants the terminating zero
     char* stop = nullptr;
-    value = std::strtod(text.c_str(), &stop);
-    return !text.empty() && stop == end;
+    value = std::strtod(copy.c_str(), &stop);
+    return !copy.empty() && stop == copy.c_str() + copy.size();
 }
 
-bool IsNumberField(const std::string& text, double& value) {
+bool IsNumberField(std::string_view text, double& value) {
     return ReadWholeField(text, value) && std::isfinite(value);
 }
 
@@ -166,28 +171,31 @@ void CheckRecordFields(const fs::path& file, std::size_t number, long element,
     std::size_t present = 0;
     for (std::size_t k = 0; k < fields.size(); ++k) {
         const std::size_t start = kValuesStart + k * kFieldWidth;
-        const std::string text = start < line.size()
-                                     ? Trimmed(std::string_view(line).substr(start, kFieldWidth))
-                                     : std::string();
+        const std::string_view text =
+            start < line.size() ? TrimmedView(std::string_view(line).substr(start, kFieldWidth))
+                                : std::string_view();
         if (text.empty()) {
             missing += (missing.empty() ? "" : ", ") + fields[k];
             continue;
         }
         ++present;
         double value = 0.0;
-        if (!IsNumberField(text, value))
+        if (!IsNumberField(text, value)) {
+            const std::string shown(text);
             out.Error(
                 file, number, "number",
                 Format("element %ld: the %s field (characters %zu-%zu) holds \"%s\", "
                        "which is not a finite number: the module would read %s",
-                       element, fields[k].c_str(), start + 1, start + kFieldWidth, text.c_str(),
-                       std::strtod(text.c_str(), nullptr) == 0.0 ? "0" : "only its beginning"));
-        else if (std::fabs(value) > kLargestTrustedValue)
+                       element, fields[k].c_str(), start + 1, start + kFieldWidth, shown.c_str(),
+                       std::strtod(shown.c_str(), nullptr) == 0.0 ? "0" : "only its beginning"));
+        } else if (std::fabs(value) > kLargestTrustedValue) {
+            const std::string shown(text);
             out.Error(file, number, "magnitude",
                       Format("element %ld: the %s value %s is so large that the products of "
                              "forces and deformations the estimator forms would overflow a "
                              "double: its errors and sizes could not be trusted",
-                             element, fields[k].c_str(), text.c_str()));
+                             element, fields[k].c_str(), shown.c_str()));
+        }
     }
     const std::size_t full = kValuesStart + fields.size() * kFieldWidth;
     if (!missing.empty())
@@ -267,8 +275,10 @@ long ScanHeader(const fs::path& file, std::size_t number, const std::string& lin
 void CheckRecordPosition(const fs::path& file, std::size_t number, long element,
                          const std::string& line, long flags, const host::outcome::Mesh& mesh,
                          Collector& out) {
+    // Only the coordinates: their bits (0x1, 0x2, 0x4) are the lowest, so their fields sit where
+    // they sit with every other column, and the values behind them need not be read here.
     CIntegrationPointData point;
-    point.ReadFromLine(std::string_view(line), flags);
+    point.ReadFromLine(std::string_view(line), flags & 0x7);
     const auto& nodes = mesh.elements[static_cast<std::size_t>(element) - 1].nodes;
     CKQPoint3D centre;
     for (unsigned long n : nodes) {
