@@ -206,16 +206,26 @@ std::string GarStore::TableName(const CKQ_ResultKey& key) {
            num(key.GetEnvelopeExtreme());
 }
 
-GarStore::GarStore(const std::filesystem::path& garFile, bool createIfMissing) : m_path(garFile) {
-    int flags = SQLITE_OPEN_READWRITE | (createIfMissing ? SQLITE_OPEN_CREATE : 0);
-    if (sqlite3_open_v2(garFile.c_str(), &m_db, flags, nullptr) != SQLITE_OK) {
-        std::string message = m_db != nullptr ? sqlite3_errmsg(m_db) : "out of memory";
-        sqlite3_close(m_db);
-        m_db = nullptr;
+namespace {
+
+// The database of a store, opened with a busy timeout; GarError when it cannot be.
+sqlite3* OpenDatabase(const std::filesystem::path& garFile, bool create) {
+    sqlite3* db = nullptr;
+    const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+    if (sqlite3_open_v2(garFile.c_str(), &db, flags, nullptr) != SQLITE_OK) {
+        std::string message = db != nullptr ? sqlite3_errmsg(db) : "out of memory";
+        sqlite3_close(db);
         throw GarError(garFile.string() + ": cannot open the result store: " + message);
     }
+    sqlite3_busy_timeout(db, 5000);
+    return db;
+}
+
+} // namespace
+
+GarStore::GarStore(const std::filesystem::path& garFile, bool createIfMissing)
+    : m_path(garFile), m_db(OpenDatabase(garFile, createIfMissing)) {
     try {
-        sqlite3_busy_timeout(m_db, 5000);
         if (createIfMissing) {
             createSchema();
         } else {
@@ -246,16 +256,9 @@ GarStore::GarStore(const std::filesystem::path& garFile, bool createIfMissing) :
     }
 }
 
-GarStore::GarStore(const std::filesystem::path& garFile, InOneTransaction) : m_path(garFile) {
-    if (sqlite3_open_v2(garFile.c_str(), &m_db, SQLITE_OPEN_READWRITE | SQLITE_OPEN_CREATE,
-                        nullptr) != SQLITE_OK) {
-        std::string message = m_db != nullptr ? sqlite3_errmsg(m_db) : "out of memory";
-        sqlite3_close(m_db);
-        m_db = nullptr;
-        throw GarError(garFile.string() + ": cannot open the result store: " + message);
-    }
+GarStore::GarStore(const std::filesystem::path& garFile, InOneTransaction)
+    : m_path(garFile), m_db(OpenDatabase(garFile, true)) {
     try {
-        sqlite3_busy_timeout(m_db, 5000);
         exec(m_db, m_path, "PRAGMA journal_mode = DELETE");
         exec(m_db, m_path, "BEGIN IMMEDIATE");
         createSchema();

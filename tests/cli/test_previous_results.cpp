@@ -19,6 +19,15 @@ namespace {
 
 namespace fs = std::filesystem;
 
+// The example copied into dir and run once (load case 101): P, or empty when the run failed.
+std::string ExampleWithResults(const slabadapt::test::TempDir& dir) {
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    const auto run =
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"});
+    EXPECT_EQ(run.code, 0) << run.err;
+    return run.code == 0 ? p : std::string();
+}
+
 TEST(PreviousResults, AFailedPassPutsThePreviousStoreAndSizeFieldBack) {
     slabadapt::test::TempDir dir("previous");
     const fs::path project = fixture::CopyExample(dir.path());
@@ -118,11 +127,8 @@ namespace {
 
 TEST(KilledRun, TheNextCommandPutsBackWhatItSetAside) {
     slabadapt::test::TempDir dir("killed");
-    const fs::path project = fixture::CopyExample(dir.path());
-    const std::string p = project.string();
-    ASSERT_EQ(
-        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
-        0);
+    const std::string p = ExampleWithResults(dir);
+    ASSERT_FALSE(p.empty());
     const std::string gar = fixture::ReadFile(p + ".GAR");
     const std::string pos = fixture::ReadFile(p + ".refine.pos");
     // As a run killed during its pass leaves the project: the copies aside, P.GAR gone or half
@@ -168,10 +174,8 @@ void RunKilledWhileSaving(const std::string& project) {
 
 TEST(KilledRun, AKillDuringTheSavePutsThePreviousResultsBack) {
     slabadapt::test::TempDir dir("killed-save");
-    const std::string p = fixture::CopyExample(dir.path()).string();
-    ASSERT_EQ(
-        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
-        0);
+    const std::string p = ExampleWithResults(dir);
+    ASSERT_FALSE(p.empty());
     const std::string gar = fixture::ReadFile(p + ".GAR");
     const std::string pos = fixture::ReadFile(p + ".refine.pos");
     RunKilledWhileSaving(p);
@@ -208,10 +212,8 @@ TEST(KilledRun, AKilledFirstRunLeavesNoStoreBehind) {
 
 TEST(KilledRun, ResultsCommittedWhereThereWereNoneAreKept) {
     slabadapt::test::TempDir dir("killed-late");
-    const std::string p = fixture::CopyExample(dir.path()).string();
-    ASSERT_EQ(
-        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
-        0);
+    const std::string p = ExampleWithResults(dir);
+    ASSERT_FALSE(p.empty());
     const std::string gar = fixture::ReadFile(p + ".GAR");
     // Killed after its results were in, before it dropped its marker.
     fixture::WriteFile(p + ".run-pending", "gar=none\npos=none\n");
@@ -224,10 +226,8 @@ TEST(KilledRun, ResultsCommittedWhereThereWereNoneAreKept) {
 
 TEST(KilledRun, BackupsWithoutAMarkerAreStaleAndGo) {
     slabadapt::test::TempDir dir("stale");
-    const std::string p = fixture::CopyExample(dir.path()).string();
-    ASSERT_EQ(
-        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
-        0);
+    const std::string p = ExampleWithResults(dir);
+    ASSERT_FALSE(p.empty());
     const std::string gar = fixture::ReadFile(p + ".GAR");
     fixture::WriteFile(dir / "backup_floor.GAR", "half a copy");
     fixture::WriteFile(p + ".refine.pos.backup", "half a copy");
@@ -246,10 +246,8 @@ namespace {
 // Without a copy of the previous results nothing may run: the pass would delete P.GAR first.
 TEST(PreviousResults, ARunWhoseResultsCannotBeSetAsideDoesNotStart) {
     slabadapt::test::TempDir dir("no-backup");
-    const std::string p = fixture::CopyExample(dir.path()).string();
-    ASSERT_EQ(
-        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
-        0);
+    const std::string p = ExampleWithResults(dir);
+    ASSERT_FALSE(p.empty());
     const std::string gar = fixture::ReadFile(p + ".GAR");
     // A folder (not empty, so not taken for a stale copy) where the copy would go.
     fs::create_directory(dir / "backup_floor.GAR");
@@ -271,10 +269,8 @@ namespace {
 // leaves what the run set aside alone.
 TEST(OneWriter, AReaderDuringARunSaysTheResultsAreBeingReplaced) {
     slabadapt::test::TempDir dir("reader");
-    const std::string p = fixture::CopyExample(dir.path()).string();
-    ASSERT_EQ(
-        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"}).code,
-        0);
+    const std::string p = ExampleWithResults(dir);
+    ASSERT_FALSE(p.empty());
     // As the run looks after it has set the results aside and its pass has deleted P.GAR.
     const int writer = ::open((p + ".toml").c_str(), O_RDONLY);
     ASSERT_GE(writer, 0);
