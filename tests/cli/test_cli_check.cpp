@@ -369,10 +369,6 @@ TEST_F(CheckTest, AStrintgFileThatIsAPipeOrAFolderIsAFindingNotAHang) {
     EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 0, "is not a regular file")) << All(r);
 }
 
-} // namespace
-
-namespace {
-
 // Fields the C library reads whole are numbers, the others are not, however they are read
 // inside: a plus sign, a hexadecimal value and the forms without digits on one side pass; a
 // doubled sign, an exponent without digits and a value beyond the range of a double do not.

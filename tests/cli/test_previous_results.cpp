@@ -61,10 +61,6 @@ TEST(PreviousResults, AFailedPassPutsThePreviousStoreAndSizeFieldBack) {
     EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
 }
 
-} // namespace
-
-namespace {
-
 TEST(UntrustedNumbers, ARunOnValuesThatOverflowWarns) {
     slabadapt::test::TempDir dir("overflow");
     const fs::path project = fixture::CopyExample(dir.path());
@@ -80,10 +76,6 @@ TEST(UntrustedNumbers, ARunOnValuesThatOverflowWarns) {
     EXPECT_EQ(check.code, slabadapt::cli::kExitDataError);
     EXPECT_NE(check.out.find("would overflow a double"), std::string::npos) << check.out;
 }
-
-} // namespace
-
-namespace {
 
 TEST(OneWriter, ASecondWriterWaitsOrWithNoWaitGivesUp) {
     slabadapt::test::TempDir dir("lock");
@@ -121,10 +113,6 @@ TEST(OneWriter, ASecondWriterWaitsOrWithNoWaitGivesUp) {
     EXPECT_NE(run.err.find("waiting for it to end"), std::string::npos) << run.err;
 }
 
-} // namespace
-
-namespace {
-
 TEST(KilledRun, TheNextCommandPutsBackWhatItSetAside) {
     slabadapt::test::TempDir dir("killed");
     const std::string p = ExampleWithResults(dir);
@@ -152,10 +140,6 @@ TEST(KilledRun, TheNextCommandPutsBackWhatItSetAside) {
     EXPECT_EQ(slabadapt::test::RunSlabadapt({"results", p}).err.find("did not end"),
               std::string::npos);
 }
-
-} // namespace
-
-namespace {
 
 // Runs the pass in a child process that dies (no unwinding, no rollback) while it saves the
 // second slab's table, as a run killed at that moment would.
@@ -239,10 +223,6 @@ TEST(KilledRun, BackupsWithoutAMarkerAreStaleAndGo) {
     EXPECT_FALSE(fs::exists(p + ".refine.pos.backup"));
 }
 
-} // namespace
-
-namespace {
-
 // Without a copy of the previous results nothing may run: the pass would delete P.GAR first.
 TEST(PreviousResults, ARunWhoseResultsCannotBeSetAsideDoesNotStart) {
     slabadapt::test::TempDir dir("no-backup");
@@ -260,10 +240,6 @@ TEST(PreviousResults, ARunWhoseResultsCannotBeSetAsideDoesNotStart) {
     EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
     EXPECT_FALSE(fs::exists(p + ".run-pending"));
 }
-
-} // namespace
-
-namespace {
 
 // While a run replaces the results P.GAR is gone for a moment: a reader then says why, and
 // leaves what the run set aside alone.

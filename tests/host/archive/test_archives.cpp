@@ -638,10 +638,6 @@ TEST(MemoryArchive, BytesAreACompleteArchiveAtAnyTime) {
     EXPECT_EQ(host::archive::CreateMemoryArchiveForStoring(nullptr, archive.Put()), E_POINTER);
 }
 
-} // namespace
-
-namespace {
-
 TEST(MemoryArchive, UnsignedShortAndCountRoundTrip) {
     auto bytes = std::make_shared<std::vector<std::byte>>();
     host::com::ComPtr<IKQ_Archive> storing;
@@ -665,10 +661,6 @@ TEST(MemoryArchive, UnsignedShortAndCountRoundTrip) {
     EXPECT_EQ(loading->ReadCount(&count), S_OK);
     EXPECT_EQ(count, 0u);
 }
-
-} // namespace
-
-namespace {
 
 // A read the file cannot serve (the file shrank while open) consumes nothing, as a read past
 // the end of a memory archive: once the bytes are back, the same read gives the same item.

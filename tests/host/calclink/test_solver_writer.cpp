@@ -267,10 +267,6 @@ TEST_F(SolverWriterTest, GmshRemeshesFollowingTheWrittenField) {
     EXPECT_GT(next.elements.size(), 2 * mesh.elements.size());
 }
 
-} // namespace
-
-namespace {
-
 // Every number of the view is written as "%.17g" writes it in the C locale: extremes,
 // subnormals, negative zero and ordinary values alike, so the file is the same as ever.
 TEST_F(SolverWriterTest, NumbersAreWrittenAsPrintfWritesThemWithSeventeenDigits) {

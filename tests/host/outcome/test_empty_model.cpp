@@ -206,10 +206,6 @@ TEST_F(EmptyModelTest, AnEmptyModelIsWrittenAndReadBack) {
     }
 }
 
-} // namespace
-
-namespace {
-
 using SharedProjectTest = EmptyModelTest;
 
 // One parse per process: the same files give the same model; a file written since, another

@@ -331,10 +331,6 @@ TEST(CKQ_ResultKeyTest, ReadableForm) {
     EXPECT_EQ(SlabKey(1), SlabKey(1));
 }
 
-} // namespace
-
-namespace {
-
 // Changes the store behind the program's back, as a crafted or damaged file would.
 void Tamper(const std::filesystem::path& gar, const std::string& sql) {
     sqlite3* db = nullptr;
@@ -368,10 +364,6 @@ TEST_F(GarTest, AWildColumnOrRowCountIsADamagedStoreNotAnAllocation) {
     Tamper(Gar(), "UPDATE gar_results SET column_count = 4, row_count = -5");
     EXPECT_THROW(GarStore(Gar(), false).Load(SlabKey(1)), host::outcome::GarError);
 }
-
-} // namespace
-
-namespace {
 
 using host::outcome::GarSaveBatch;
 
