@@ -274,6 +274,9 @@ void PrintRunJson(const RunReport& r, std::ostream& out) {
     for (std::size_t i = 0; i < r.files.size(); ++i)
         out << (i ? ", " : "") << "{\"path\": " << JsonString(r.files[i].path.string())
             << ", \"content\": " << JsonString(r.files[i].content) << "}";
+    out << "], \"warnings\": [";
+    for (std::size_t i = 0; i < r.warnings.size(); ++i)
+        out << (i ? ", " : "") << JsonString(r.warnings[i]);
     out << "], \"seconds\": " << JsonNumber(r.seconds) << "}\n";
 }
 
@@ -314,6 +317,33 @@ bool CheckBeforeRun(const fs::path& project, const std::vector<long>& loadCases,
         << (check->Errors() == 1 ? " error" : " errors")
         << "; nothing was run (--no-check runs anyway)\n";
     return false;
+}
+
+std::vector<std::string> UntrustedNumbers(const RunReport& report) {
+    std::vector<std::string> warnings;
+    if (report.code != Success && report.code != WriteMeshRefinementFailed)
+        return warnings;
+    // Values too large for the estimator's sums (the check names them) show as a global error
+    // that is not finite, or as one of no size (below 1e-100, where no real model lies) beside
+    // elements with local errors, or as stored values that are not finite.
+    double largestLocal = 0.0;
+    for (const SlabSummary& s : report.slabs)
+        if (std::isfinite(s.maxLocalErrorPercent))
+            largestLocal = std::max(largestLocal, s.maxLocalErrorPercent);
+    if (!std::isfinite(report.globalError) || (report.globalError < 1e-100 && largestLocal > 1e-6))
+        warnings.push_back("the global error is " + Fixed(100.0 * report.globalError, 2) +
+                           " % while elements have local errors up to " + Fixed(largestLocal, 2) +
+                           " %: the estimator's sums overflowed (integration-point values too "
+                           "large?); its errors and sizes cannot be trusted (slabadapt check "
+                           "names such values)");
+    for (const SlabSummary& s : report.slabs)
+        if (!std::isfinite(s.maxLocalErrorPercent) || !std::isfinite(s.minNewSize) ||
+            !std::isfinite(s.maxNewSize))
+            warnings.push_back("slab " + std::to_string(s.slab) +
+                               ": P.GAR holds errors or sizes that are not finite numbers; "
+                               "they cannot be trusted (slabadapt check names the values "
+                               "behind them)");
+    return warnings;
 }
 
 int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
@@ -370,6 +400,7 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
             report.resultsProblem = e.what();
         }
     }
+    report.warnings = UntrustedNumbers(report);
     if (report.code == Success && WrittenSince(pos, posBefore)) {
         const fs::path geo = host::outcome::ProjectFile(project, ".geo");
         report.files.push_back(
@@ -415,22 +446,8 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
         PrintRunJson(report, out);
     else
         PrintRunText(report, out);
-    if (report.code == Success || report.code == WriteMeshRefinementFailed) {
-        // Values too large for the estimator's sums (the check names them) show as a global
-        // error that is not finite, or as one of no size (below 1e-100, where no real model
-        // lies) beside elements with local errors.
-        double largestLocal = 0.0;
-        for (const SlabSummary& s : report.slabs)
-            if (std::isfinite(s.maxLocalErrorPercent))
-                largestLocal = std::max(largestLocal, s.maxLocalErrorPercent);
-        if (!std::isfinite(report.globalError) ||
-            (report.globalError < 1e-100 && largestLocal > 1e-6))
-            err << "slabadapt: warning: the global error is "
-                << Fixed(100.0 * report.globalError, 2)
-                << " % while elements have local errors up to " << Fixed(largestLocal, 2)
-                << " %: the estimator's sums overflowed (integration-point values too large?); "
-                   "its errors and sizes cannot be trusted (slabadapt check names such values)\n";
-    }
+    for (const std::string& warning : report.warnings)
+        err << "slabadapt: warning: " << warning << '\n';
     if (report.code != Success) {
         const fs::path& project = report.options.project;
         err << "slabadapt: the run ended with result " << report.code << " ("

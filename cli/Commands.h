@@ -67,7 +67,8 @@ struct RunReport {
     double globalError = 0.0;
     std::vector<SlabSummary> slabs;
     std::vector<WrittenFile> files;
-    std::string resultsProblem; // why the stored results could not be read back
+    std::string resultsProblem;        // why the stored results could not be read back
+    std::vector<std::string> warnings; // numbers that cannot be trusted (UntrustedNumbers)
     double seconds = 0.0;
 };
 
@@ -75,6 +76,11 @@ struct RunReport {
 // the printed summary. Returns the pass's result code, kExitDataError when the check refused
 // the project, or kExitInternal when the pass failed before the estimator started.
 int RunPass(const RunOptions& options, RunReport& report, std::ostream& err);
+
+// What a finished pass's numbers say about themselves: a global error that is not finite or
+// vanishes beside local errors (overflowed sums), stored values that are not finite. Empty when
+// they can be trusted or the pass gave none.
+std::vector<std::string> UntrustedNumbers(const RunReport& report);
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err);
 

@@ -71,6 +71,10 @@ TEST(UntrustedNumbers, ARunOnValuesThatOverflowWarns) {
     const auto o = slabadapt::test::RunSlabadapt(
         {"run", project.string(), "--target", "0.05", "--load-case", "101", "--no-check"});
     EXPECT_NE(o.err.find("the estimator's sums overflowed"), std::string::npos) << o.err;
+    // The same words in --json, for the programs that read it.
+    const auto json = slabadapt::test::RunSlabadapt({"run", project.string(), "--target", "0.05",
+                                                     "--load-case", "101", "--no-check", "--json"});
+    EXPECT_NE(json.out.find("\"warnings\": [\"the global error is"), std::string::npos) << json.out;
     const auto check =
         slabadapt::test::RunSlabadapt({"check", project.string(), "--load-case", "101"});
     EXPECT_EQ(check.code, slabadapt::cli::kExitDataError);
