@@ -160,6 +160,8 @@ void RegisterRun(CLI::App& app, const Sink& sink) {
     run->add_flag("--no-wait", options->noWait,
                   "give up at once (exit 75) when another slabadapt writes the project");
     run->add_flag("--json", options->json, "print the summary as JSON");
+    run->add_flag("--timings", options->timings,
+                  "print each stage's wall time and the peak memory (also in --json)");
     run->footer("Example:\n  slabadapt run examples/floor/floor --target 0.05 --load-case 101 "
                 "--load-case 102\nExits with the run's result code (0 success, 1-6 the failed "
                 "stage) or 65 when the check fails.");

@@ -9,6 +9,7 @@
 #include "cli/ProjectLock.h"
 #include "cli/StoredResults.h"
 #include "cli/VtuExport.h"
+#include "host/framework/stage_clock.h"
 #include "host/outcome/gar.h"
 
 #include <algorithm>
@@ -274,6 +275,13 @@ void PrintRunJson(const RunReport& r, std::ostream& out) {
     for (std::size_t i = 0; i < r.files.size(); ++i)
         out << (i ? ", " : "") << "{\"path\": " << JsonString(r.files[i].path.string())
             << ", \"content\": " << JsonString(r.files[i].content) << "}";
+    if (o.timings) {
+        out << "], \"timings\": [";
+        for (std::size_t i = 0; i < r.timings.size(); ++i)
+            out << (i ? ", " : "") << "{\"stage\": " << JsonString(r.timings[i].stage)
+                << ", \"seconds\": " << JsonNumber(r.timings[i].seconds)
+                << ", \"peak_mb\": " << JsonNumber(r.timings[i].peakMegabytes) << "}";
+    }
     out << "], \"warnings\": [";
     for (std::size_t i = 0; i < r.warnings.size(); ++i)
         out << (i ? ", " : "") << JsonString(r.warnings[i]);
@@ -319,6 +327,39 @@ bool CheckBeforeRun(const fs::path& project, const std::vector<long>& loadCases,
     return false;
 }
 
+std::vector<StageTiming> StagesOf(const std::vector<host::framework::StageMark>& marks) {
+    auto first = [&](const std::string& name) -> const host::framework::StageMark* {
+        for (const auto& m : marks)
+            if (m.name == name)
+                return &m;
+        return nullptr;
+    };
+    auto last = [&](const std::string& name) -> const host::framework::StageMark* {
+        for (auto m = marks.rbegin(); m != marks.rend(); ++m)
+            if (m->name == name)
+                return &*m;
+        return nullptr;
+    };
+    std::vector<StageTiming> stages;
+    auto stage = [&](const char* what, const host::framework::StageMark* from,
+                     const host::framework::StageMark* to) {
+        if (from != nullptr && to != nullptr && to->seconds >= from->seconds)
+            stages.push_back({what, to->seconds - from->seconds, to->peakMegabytes});
+    };
+    stage("check the project", first("start"), first("checked"));
+    stage("open the project (P.msh, P.toml)", first("pass"), first("project opened"));
+    stage("read the STRINTG files and estimate", first("project opened"), first("saving"));
+    stage("store the results (P.GAR)", first("saving"), last("saved"));
+    stage("write the size field (P.refine.pos)", first("writing the size field"),
+          first("size field written"));
+    const host::framework::StageMark* passEnd = last("size field written");
+    if (passEnd == nullptr)
+        passEnd = last("saved");
+    stage("end the pass, commit P.GAR", passEnd, last("committed"));
+    stage("read the summary back", last("committed"), last("summary read"));
+    return stages;
+}
+
 std::vector<std::string> UntrustedNumbers(const RunReport& report) {
     std::vector<std::string> warnings;
     if (report.code != Success && report.code != WriteMeshRefinementFailed)
@@ -351,14 +392,19 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     report.options.project = fs::absolute(ResolveProject(options.project, err)).lexically_normal();
     const fs::path& project = report.options.project;
 
+    host::framework::TakeStageMarks(); // marks of an earlier pass of this process go
+    host::framework::MarkStage("start");
     if (!options.noCheck && !CheckBeforeRun(project, options.loadCases, report.check, err))
         return kExitDataError;
+    if (!options.noCheck)
+        host::framework::MarkStage("checked");
 
     const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
     const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");
     const FileState garBefore = StateOf(gar);
     const FileState posBefore = StateOf(pos);
     const auto wallStart = std::chrono::steady_clock::now();
+    host::framework::MarkStage("pass");
     CAdaptExecute execute;
     try {
         // The slabs' tables go into P.GAR in one transaction: all of them or none.
@@ -400,6 +446,8 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
             report.resultsProblem = e.what();
         }
     }
+    host::framework::MarkStage("summary read");
+    report.timings = StagesOf(host::framework::TakeStageMarks());
     report.warnings = UntrustedNumbers(report);
     if (report.code == Success && WrittenSince(pos, posBefore)) {
         const fs::path geo = host::outcome::ProjectFile(project, ".geo");
@@ -442,10 +490,17 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
     if (code == kExitInternal)
         return code;
 
-    if (options.json)
+    if (options.json) {
         PrintRunJson(report, out);
-    else
+    } else {
         PrintRunText(report, out);
+        if (options.timings) {
+            out << "timings (wall time; the process's peak memory at the stage's end):\n";
+            for (const StageTiming& t : report.timings)
+                out << "  " << Padded(t.stage, 40, false) << Padded(Fixed(t.seconds, 2) + " s", 10)
+                    << Padded(Fixed(t.peakMegabytes, 0) + " MB", 10) << '\n';
+        }
+    }
     for (const std::string& warning : report.warnings)
         err << "slabadapt: warning: " << warning << '\n';
     if (report.code != Success) {

@@ -14,6 +14,7 @@
 #include "cli/ExitCodes.h"
 #include "cli/ProjectCheck.h"
 #include "cli/StoredResults.h"
+#include "host/framework/stage_clock.h"
 
 #include <CLI/CLI.hpp>
 
@@ -25,6 +26,13 @@
 
 namespace slabadapt::cli {
 
+// One stage of a pass: its wall time and the process's peak memory at its end.
+struct StageTiming {
+    std::string stage;
+    double seconds = 0.0;
+    double peakMegabytes = 0.0;
+};
+
 struct RunOptions {
     std::filesystem::path project;
     double target = 0.05;
@@ -33,7 +41,8 @@ struct RunOptions {
     int sourceFlag = 0;
     bool noCheck = false;
     bool json = false;
-    bool noWait = false; // give up at once when another slabadapt writes the project
+    bool noWait = false;  // give up at once when another slabadapt writes the project
+    bool timings = false; // print each stage's wall time and peak memory
 };
 
 // The project P a user named: P itself, or P when one of its files (P.msh, P.toml, ...) was named
@@ -69,6 +78,7 @@ struct RunReport {
     std::vector<WrittenFile> files;
     std::string resultsProblem;        // why the stored results could not be read back
     std::vector<std::string> warnings; // numbers that cannot be trusted (UntrustedNumbers)
+    std::vector<StageTiming> timings;  // where the pass's time and memory went
     double seconds = 0.0;
 };
 
@@ -81,6 +91,11 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err);
 // vanishes beside local errors (overflowed sums), stored values that are not finite. Empty when
 // they can be trusted or the pass gave none.
 std::vector<std::string> UntrustedNumbers(const RunReport& report);
+
+// The stages of a pass from the marks it left (host::framework::MarkStage): check, opening the
+// project, reading and estimating, storing, the size field, reading the summary back. A stage
+// whose marks are missing (it did not run, or the pass failed before it) is left out.
+std::vector<StageTiming> StagesOf(const std::vector<host::framework::StageMark>& marks);
 
 int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err);
 

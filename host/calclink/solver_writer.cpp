@@ -1,5 +1,6 @@
 #include "host/calclink/solver_writer.h"
 
+#include "host/framework/stage_clock.h"
 #include "host/outcome/project.h"
 #include "host/win32/files.h"
 
@@ -127,6 +128,7 @@ void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath,
         hook(projectPath, refinement, nodes);
         return;
     }
+    host::framework::MarkStage("writing the size field");
     const std::filesystem::path project = projectPath.ToPath();
     // The store opens a mesh without elements and physical surfaces as an empty model; its
     // size field is a view without entries.
@@ -149,4 +151,5 @@ void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath,
         elements.push_back(e.nodes);
     host::calclink::WriteSizeField(host::outcome::ProjectFile(project, ".refine.pos"), elements,
                                    refinement, nodes);
+    host::framework::MarkStage("size field written");
 }

@@ -1,5 +1,7 @@
 #include "host/outcome/gar.h"
 
+#include "host/framework/stage_clock.h"
+
 #include <algorithm>
 #include <cmath>
 #include <cstdio>
@@ -290,6 +292,7 @@ void GarSaveBatch::Commit() {
         return;
     exec(m_store->m_db, m_path, "COMMIT");
     m_store.reset();
+    host::framework::MarkStage("committed");
 }
 
 GarStore* GarSaveBatch::StoreFor(const std::filesystem::path& garFile) {

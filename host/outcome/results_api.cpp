@@ -1,5 +1,7 @@
 #include "host/outcome/results_api.h"
 
+#include "host/framework/stage_clock.h"
+
 #include "host/outcome/combinations.h"
 
 #include "host/outcome/gar.h"
@@ -131,6 +133,7 @@ int CKQ_FemResultsAPI::Init(Outcome64Enums::eSolverType solverType, Outcome64Enu
                 CString(host::outcome::ProjectFile(path, ".toml").string() +
                         ": does not exist, so the project has no solver data (slabs, load cases)");
         m_project = std::move(project);
+        host::framework::MarkStage("project opened");
         return eIR_OK;
     } catch (const host::outcome::ProjectError& e) {
         m_lastError = CString(std::string(e.what()));
@@ -212,10 +215,16 @@ std::filesystem::path CKQ_FemResultsAPI::GarPath() const {
 int CKQ_FemResultsAPI::SaveResult(const std::shared_ptr<CKQ_Result>& result, bool replace) {
     if (!result)
         throw std::invalid_argument("SaveResult: no result table");
-    if (host::outcome::GarStore* batch = host::outcome::GarSaveBatch::StoreFor(GarPath()))
-        return batch->Save(*result, replace) ? 1 : 0;
-    host::outcome::GarStore store(GarPath());
-    return store.Save(*result, replace) ? 1 : 0;
+    host::framework::MarkStage("saving");
+    int saved = 0;
+    if (host::outcome::GarStore* batch = host::outcome::GarSaveBatch::StoreFor(GarPath())) {
+        saved = batch->Save(*result, replace) ? 1 : 0;
+    } else {
+        host::outcome::GarStore store(GarPath());
+        saved = store.Save(*result, replace) ? 1 : 0;
+    }
+    host::framework::MarkStage("saved");
+    return saved;
 }
 
 CKQ_SolverLinkMock* CKQ_ResultsAPI::GetSolverLink() {

@@ -1,0 +1,22 @@
+#pragma once
+// Where a run's time and memory go. The host kit marks the moments a pass goes through it (the
+// project opened, a result being saved and saved, the size field begun and written); the
+// command marks its own and turns the marks into stages. Each mark holds the wall time from a
+// steady clock and the process's peak resident memory so far.
+#include <string>
+#include <vector>
+
+namespace host::framework {
+
+struct StageMark {
+    std::string name;
+    double seconds = 0.0;       // since an arbitrary start, steady
+    double peakMegabytes = 0.0; // the largest resident set of the process up to the mark
+};
+
+// Records a mark (thread-safe).
+void MarkStage(const std::string& name);
+// The marks recorded since the last call, in order; the list starts again empty.
+std::vector<StageMark> TakeStageMarks();
+
+} // namespace host::framework

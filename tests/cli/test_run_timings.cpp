@@ -1,0 +1,79 @@
+// Where a run's time and memory go: `run --timings` and the stages made of the host kit's marks.
+#include "cli/Commands.h"
+#include "tests/support/cli_main.h"
+#include "tests/support/example_project.h"
+
+#include <gtest/gtest.h>
+
+namespace {
+
+using host::framework::StageMark;
+using slabadapt::cli::StagesOf;
+
+TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
+    const std::vector<StageMark> marks = {{"start", 10.0, 5},
+                                          {"checked", 11.0, 6},
+                                          {"pass", 11.5, 6},
+                                          {"project opened", 12.0, 7},
+                                          {"saving", 15.0, 9},
+                                          {"saved", 15.5, 9},
+                                          {"saving", 15.5, 9},
+                                          {"saved", 16.25, 10},
+                                          {"writing the size field", 16.5, 10},
+                                          {"size field written", 17.0, 10},
+                                          {"committed", 17.5, 10},
+                                          {"summary read", 18.0, 11}};
+    const auto stages = StagesOf(marks);
+    const std::vector<std::pair<std::string, double>> expected = {
+        {"check the project", 1.0},
+        {"open the project (P.msh, P.toml)", 0.5},
+        {"read the STRINTG files and estimate", 3.0},
+        {"store the results (P.GAR)", 1.25},
+        {"write the size field (P.refine.pos)", 0.5},
+        {"end the pass, commit P.GAR", 0.5},
+        {"read the summary back", 0.5}};
+    ASSERT_EQ(stages.size(), expected.size());
+    for (std::size_t i = 0; i < expected.size(); ++i) {
+        EXPECT_EQ(stages[i].stage, expected[i].first);
+        EXPECT_DOUBLE_EQ(stages[i].seconds, expected[i].second) << expected[i].first;
+    }
+    EXPECT_EQ(stages[3].peakMegabytes, 10.0); // at the last save
+}
+
+TEST(StagesOf, AStageWithoutItsMarksIsLeftOut) {
+    // --no-check, and a pass that stopped before it stored anything.
+    const std::vector<StageMark> marks = {
+        {"start", 0.0, 1}, {"pass", 0.0, 1}, {"project opened", 1.0, 2}, {"summary read", 2.0, 2}};
+    const auto stages = StagesOf(marks);
+    ASSERT_EQ(stages.size(), 1u);
+    EXPECT_EQ(stages[0].stage, "open the project (P.msh, P.toml)");
+}
+
+TEST(RunTimings, TheRunPrintsItsStagesAndPutsThemInTheJson) {
+    slabadapt::test::TempDir dir("timings");
+    const std::string p = fixture::CopyExample(dir.path()).string();
+    const auto text = slabadapt::test::RunSlabadapt(
+        {"run", p, "--target", "0.05", "--load-case", "101", "--timings"});
+    ASSERT_EQ(text.code, 0) << text.err;
+    std::size_t at = text.out.find("timings (wall time");
+    ASSERT_NE(at, std::string::npos) << text.out;
+    for (const char* stage :
+         {"check the project", "open the project", "read the STRINTG files and estimate",
+          "store the results", "write the size field", "end the pass", "read the summary back"}) {
+        const std::size_t next = text.out.find(stage, at);
+        EXPECT_NE(next, std::string::npos) << stage << " (in this order)\n" << text.out;
+        at = next == std::string::npos ? at : next;
+    }
+    const auto json = slabadapt::test::RunSlabadapt(
+        {"run", p, "--target", "0.05", "--load-case", "101", "--timings", "--json"});
+    ASSERT_EQ(json.code, 0) << json.err;
+    EXPECT_NE(json.out.find("\"timings\": [{\"stage\": \"check the project\", \"seconds\": "),
+              std::string::npos)
+        << json.out;
+    // Without --timings neither says a word of them.
+    const auto plain =
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"});
+    EXPECT_EQ(plain.out.find("timings ("), std::string::npos) << plain.out;
+}
+
+} // namespace
