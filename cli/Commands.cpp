@@ -5,6 +5,7 @@
 #include "adaptivity/Version.h"
 #include "cli/Envelope.h"
 #include "cli/Json.h"
+#include "cli/Progress.h"
 #include "cli/ProjectCheck.h"
 #include "cli/ProjectLock.h"
 #include "cli/StoredResults.h"
@@ -21,6 +22,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <iostream>
 #include <limits>
 #include <optional>
 #include <regex>
@@ -318,6 +320,7 @@ const char* ResultCodeName(int code) {
 bool CheckBeforeRun(const fs::path& project, const std::vector<long>& loadCases,
                     std::optional<CheckReport>& check, std::ostream& err) {
     check = CheckProject(project, loadCases);
+    host::framework::MarkStage("checked");
     PrintFindings(*check, err);
     if (check->Passed())
         return true;
@@ -396,8 +399,6 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     host::framework::MarkStage("start");
     if (!options.noCheck && !CheckBeforeRun(project, options.loadCases, report.check, err))
         return kExitDataError;
-    if (!options.noCheck)
-        host::framework::MarkStage("checked");
 
     const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
     const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");
@@ -476,11 +477,15 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
     }
     RunReport report;
     PreviousResults previous(options.project, err);
+    std::optional<ProgressLine> progress;
+    if (&err == &std::cerr)
+        progress.emplace(err, !options.json && StandardErrorIsATerminal());
     if (!previous.Problem().empty()) {
         err << "slabadapt: " << previous.Problem() << "; nothing was run\n";
         return kExitCannotWrite;
     }
     const int code = RunPass(options, report, err);
+    progress.reset();
     previous.Settle(code, err);
     if (code == kExitDataError) {
         if (options.json)

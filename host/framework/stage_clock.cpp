@@ -10,6 +10,7 @@ namespace host::framework {
 namespace {
 std::mutex g_mutex;
 std::vector<StageMark> g_marks;
+StageObserver g_observer;
 } // namespace
 
 void MarkStage(const std::string& name) {
@@ -18,8 +19,20 @@ void MarkStage(const std::string& name) {
     struct rusage usage {};
     ::getrusage(RUSAGE_SELF, &usage);
     const double peak = static_cast<double>(usage.ru_maxrss) / 1024.0; // kB on Linux
+    StageObserver observer;
+    {
+        std::lock_guard lock(g_mutex);
+        g_marks.push_back({name, seconds, peak});
+        observer = g_observer;
+    }
+    if (observer)
+        observer(StageMark{name, seconds, peak});
+}
+
+StageObserver SetStageObserver(StageObserver observer) {
     std::lock_guard lock(g_mutex);
-    g_marks.push_back({name, seconds, peak});
+    std::swap(g_observer, observer);
+    return observer;
 }
 
 std::vector<StageMark> TakeStageMarks() {

@@ -3,6 +3,7 @@
 // project opened, a result being saved and saved, the size field begun and written); the
 // command marks its own and turns the marks into stages. Each mark holds the wall time from a
 // steady clock and the process's peak resident memory so far.
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -18,5 +19,10 @@ struct StageMark {
 void MarkStage(const std::string& name);
 // The marks recorded since the last call, in order; the list starts again empty.
 std::vector<StageMark> TakeStageMarks();
+
+// Called with each mark as it is recorded (a progress display, say); an empty function removes
+// it. Returns the previous one. The observer must be quick and must not mark stages itself.
+using StageObserver = std::function<void(const StageMark&)>;
+StageObserver SetStageObserver(StageObserver observer);
 
 } // namespace host::framework

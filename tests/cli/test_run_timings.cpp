@@ -1,9 +1,13 @@
 // Where a run's time and memory go: `run --timings` and the stages made of the host kit's marks.
 #include "cli/Commands.h"
+#include "cli/Progress.h"
 #include "tests/support/cli_main.h"
 #include "tests/support/example_project.h"
 
 #include <gtest/gtest.h>
+
+#include <sstream>
+#include <thread>
 
 namespace {
 
@@ -74,6 +78,43 @@ TEST(RunTimings, TheRunPrintsItsStagesAndPutsThemInTheJson) {
     const auto plain =
         slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"});
     EXPECT_EQ(plain.out.find("timings ("), std::string::npos) << plain.out;
+}
+
+using slabadapt::cli::ProgressLine;
+
+TEST(ProgressLine, DrawsTheStageAfterASecondAndWipesItAtTheEnd) {
+    std::ostringstream out;
+    {
+        ProgressLine line(out, true);
+        host::framework::MarkStage("pass");
+        host::framework::MarkStage("project opened");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1400));
+    }
+    host::framework::TakeStageMarks();
+    const std::string text = out.str();
+    EXPECT_NE(text.find("\r\033[Kslabadapt: reading the STRINTG files and estimating (1 s)"),
+              std::string::npos)
+        << text;
+    EXPECT_EQ(text.substr(text.size() - 4), "\r\033[K") << text; // nothing left on the line
+}
+
+TEST(ProgressLine, ShowsNothingWhereItMayNot) {
+    std::ostringstream out;
+    {
+        ProgressLine line(out, false);
+        host::framework::MarkStage("project opened");
+        std::this_thread::sleep_for(std::chrono::milliseconds(1100));
+    }
+    host::framework::TakeStageMarks();
+    EXPECT_EQ(out.str(), "");
+}
+
+TEST(ProgressLine, EveryMarkOfThePassNamesAStageAndTheCheckLeavesTheLineFree) {
+    for (const char* mark : {"start", "pass", "project opened", "saving", "writing the size field",
+                             "size field written", "committed"})
+        EXPECT_FALSE(ProgressLine::StageBegunBy(mark).empty()) << mark;
+    EXPECT_TRUE(ProgressLine::StageBegunBy("checked").empty()); // the findings print then
+    EXPECT_TRUE(ProgressLine::StageBegunBy("saved").empty());
 }
 
 } // namespace

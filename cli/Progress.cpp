@@ -1,0 +1,77 @@
+#include "cli/Progress.h"
+
+#include "host/framework/stage_clock.h"
+
+#include <cstdio>
+
+#include <unistd.h>
+
+namespace slabadapt::cli {
+
+std::string ProgressLine::StageBegunBy(const std::string& mark) {
+    if (mark == "start")
+        return "checking the project";
+    if (mark == "checked")
+        return {}; // the findings are printed now
+    if (mark == "pass")
+        return "opening the project";
+    if (mark == "project opened")
+        return "reading the STRINTG files and estimating";
+    if (mark == "saving")
+        return "storing the results in P.GAR";
+    if (mark == "writing the size field")
+        return "writing the size field";
+    if (mark == "size field written")
+        return "ending the pass";
+    if (mark == "committed")
+        return "reading the summary back";
+    return {};
+}
+
+ProgressLine::ProgressLine(std::ostream& out, bool show) : m_out(out) {
+    if (!show)
+        return;
+    host::framework::SetStageObserver([this](const host::framework::StageMark& mark) {
+        // Each mark wipes the line, so that what the run prints next starts on a clean one.
+        std::lock_guard lock(m_mutex);
+        if (m_drawn)
+            m_out << "\r\033[K" << std::flush;
+        m_drawn = false;
+        m_stage = StageBegunBy(mark.name);
+    });
+    m_thread = std::thread([this] { Run(); });
+}
+
+ProgressLine::~ProgressLine() {
+    if (!m_thread.joinable())
+        return;
+    host::framework::SetStageObserver({});
+    {
+        std::lock_guard lock(m_mutex);
+        m_stop = true;
+    }
+    m_wake.notify_all();
+    m_thread.join();
+    if (m_drawn)
+        m_out << "\r\033[K" << std::flush; // the line goes before the summary comes
+}
+
+void ProgressLine::Run() {
+    std::unique_lock lock(m_mutex);
+    while (!m_wake.wait_for(lock, std::chrono::milliseconds(250), [this] { return m_stop; })) {
+        const double seconds =
+            std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
+        if (seconds < 1.0 || m_stage.empty())
+            continue;
+        char elapsed[32];
+        std::snprintf(elapsed, sizeof elapsed, " (%.0f s)", seconds);
+        m_out << "\r\033[Kslabadapt: " << m_stage << elapsed << std::flush;
+        m_drawn = true;
+    }
+}
+
+bool StandardErrorIsATerminal() {
+    return ::isatty(STDERR_FILENO) == 1;
+}
+
+} // namespace slabadapt::cli
