@@ -8,6 +8,7 @@
 namespace host::framework {
 
 namespace {
+constexpr std::size_t kMaxMarks = 4096;
 std::mutex g_mutex;
 std::vector<StageMark> g_marks;
 StageObserver g_observer;
@@ -22,6 +23,9 @@ void MarkStage(const std::string& name) {
     StageObserver observer;
     {
         std::lock_guard lock(g_mutex);
+        // A program that never takes the marks keeps only the newest ones.
+        if (g_marks.size() >= kMaxMarks)
+            g_marks.erase(g_marks.begin(), g_marks.begin() + kMaxMarks / 2);
         g_marks.push_back({name, seconds, peak});
         observer = g_observer;
     }

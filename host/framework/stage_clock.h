@@ -15,7 +15,7 @@ struct StageMark {
     double peakMegabytes = 0.0; // the largest resident set of the process up to the mark
 };
 
-// Records a mark (thread-safe).
+// Records a mark (thread-safe). Of marks never taken, the newest few thousand are kept.
 void MarkStage(const std::string& name);
 // The marks recorded since the last call, in order; the list starts again empty.
 std::vector<StageMark> TakeStageMarks();
