@@ -470,20 +470,15 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
     if (!lock.Held())
         return kExitBusy;
     RecoverInterruptedRun(options.project, err);
-    if (const std::string problem = ResultsWriteProblem(QuietlyResolved(options.project));
-        !problem.empty()) {
-        err << "slabadapt: " << problem << "; nothing was run\n";
-        return kExitCannotWrite;
-    }
     RunReport report;
     PreviousResults previous(options.project, err);
-    std::optional<ProgressLine> progress;
-    if (&err == &std::cerr)
-        progress.emplace(err, !options.json && StandardErrorIsATerminal());
     if (!previous.Problem().empty()) {
         err << "slabadapt: " << previous.Problem() << "; nothing was run\n";
         return kExitCannotWrite;
     }
+    std::optional<ProgressLine> progress;
+    if (&err == &std::cerr)
+        progress.emplace(err, !options.json && StandardErrorIsATerminal());
     const int code = RunPass(options, report, err);
     progress.reset();
     previous.Settle(code, err);

@@ -58,7 +58,7 @@ std::string WriteProblem(const std::filesystem::path& file);
 // is set (a file made read-only stays so, even for root).
 bool PermitsWriting(const std::filesystem::path& path);
 // Why a run could not replace the project's results (its folder, P.GAR or P.refine.pos not
-// writable), or empty. A run refuses before it touches anything (exit kExitCannotWrite).
+// writable), or empty. PreviousResults asks it before it sets anything aside.
 std::string ResultsWriteProblem(const std::filesystem::path& project);
 
 // The name of a result code of the run ("Success", "EstimatorRunFailed", ...).
@@ -114,7 +114,8 @@ public:
     PreviousResults(const PreviousResults&) = delete;
     PreviousResults& operator=(const PreviousResults&) = delete;
     void Settle(int code, std::ostream& err);
-    // Why the results could not be set aside (then the run must not start), or empty.
+    // Why the results could not be replaced (a read-only P.GAR, P.refine.pos or folder) or set
+    // aside (a full disk): then the run must not start. Empty when it may.
     const std::string& Problem() const { return m_problem; }
 
 private:

@@ -204,11 +204,6 @@ int EnvelopeCommand(const RunOptions& options, std::ostream& out, std::ostream& 
     if (!lock.Held())
         return kExitBusy;
     RecoverInterruptedRun(options.project, err);
-    if (const std::string problem = ResultsWriteProblem(QuietlyResolved(options.project));
-        !problem.empty()) {
-        err << "slabadapt: " << problem << "; nothing was run\n";
-        return kExitCannotWrite;
-    }
     EnvelopeReport report;
     PreviousResults previous(options.project, err);
     if (!previous.Problem().empty()) {

@@ -96,7 +96,9 @@ void RemoveTemporaries(const fs::path& project) {
 } // namespace
 
 PreviousResults::PreviousResults(const fs::path& given, std::ostream&)
-    : m_project(QuietlyResolved(given)) {
+    : m_project(QuietlyResolved(given)), m_problem(ResultsWriteProblem(m_project)) {
+    if (!m_problem.empty())
+        return; // what cannot be replaced is not set aside either
     const ProjectFiles files(m_project);
     std::error_code ec;
     if (fs::exists(files.gar, ec)) {
