@@ -39,6 +39,136 @@ inline void map2(const double* f, const Elem3D& q, double& u, double& v) {
     v = f[3] * q.x + f[4] * q.y + f[5] * q.z;
 }
 
+// Gaussian elimination with partial pivoting of a 3 x 3 system, factored once and applied
+// to any number of right-hand sides. Every right-hand side goes through exactly the
+// operations, in the same order, of the library's general elimination (Dmtrx::solveMany),
+// so the solutions are the same to the last bit; only the matrix is not eliminated again
+// for each of them, and nothing is copied.
+class Elimination3 {
+public:
+    // False when a pivot's magnitude is below the library's threshold.
+    bool factor(const double (&in)[9]) {
+        std::copy(in, in + 9, a_);
+        for (int c = 0; c < 2; ++c) {
+            int p = c; // ties keep the upper row
+            for (int row = c + 1; row < 3; ++row)
+                if (std::fabs(a_[3 * row + c]) > std::fabs(a_[3 * p + c]))
+                    p = row;
+            if (std::fabs(a_[3 * p + c]) < kPivotThreshold)
+                return false;
+            pivot_[c] = p;
+            if (p != c)
+                for (int j = c; j < 3; ++j)
+                    std::swap(a_[3 * c + j], a_[3 * p + j]);
+            for (int i = c + 1; i < 3; ++i) {
+                const double f = a_[3 * i + c] / a_[3 * c + c];
+                multiplier_[c][i] = f;
+                for (int j = c; j < 3; ++j)
+                    a_[3 * i + j] -= a_[3 * c + j] * f;
+            }
+        }
+        return std::fabs(a_[8]) >= kPivotThreshold;
+    }
+
+    // Solves for n right-hand sides held by row: x[i][j] is entry i of right-hand side j.
+    // The row pointers are permuted as the rows were, so on return x[i][j] is component i of
+    // solution j.
+    void solve_columns(double* (&x)[3], std::size_t n) const {
+        for (int c = 0; c < 2; ++c) {
+            if (pivot_[c] != c)
+                std::swap(x[c], x[pivot_[c]]);
+            const double* __restrict xc = x[c];
+            for (int i = c + 1; i < 3; ++i) {
+                double* __restrict xi = x[i];
+                const double f = multiplier_[c][i];
+                for (std::size_t j = 0; j < n; ++j)
+                    xi[j] -= xc[j] * f;
+            }
+        }
+        double* __restrict x0 = x[0];
+        double* __restrict x1 = x[1];
+        double* __restrict x2 = x[2];
+        for (std::size_t j = 0; j < n; ++j) {
+            const double s = 0.0;
+            x2[j] = (x2[j] - s) / a_[8];
+        }
+        for (std::size_t j = 0; j < n; ++j) {
+            double s = 0.0;
+            s += a_[5] * x2[j];
+            x1[j] = (x1[j] - s) / a_[4];
+        }
+        for (std::size_t j = 0; j < n; ++j) {
+            double s = 0.0;
+            s += a_[1] * x1[j];
+            s += a_[2] * x2[j];
+            x0[j] = (x0[j] - s) / a_[0];
+        }
+    }
+
+private:
+    double a_[9] = {};
+    int pivot_[2] = {0, 1};
+    double multiplier_[2][3] = {};
+};
+
+// b_t[j] += v[j] p_t for the three terms of the basis. The eight components of a shell
+// region (sixteen for both quantities) get a loop of fixed length, which the compiler
+// unrolls.
+template <std::int32_t K>
+inline void accumulate_fixed(double* __restrict b0, double* __restrict b1, double* __restrict b2,
+                             const double* __restrict v, double p0, double p1, double p2) {
+    for (std::int32_t j = 0; j < K; ++j) {
+        b0[j] += v[j] * p0;
+        b1[j] += v[j] * p1;
+        b2[j] += v[j] * p2;
+    }
+}
+inline void accumulate_terms(double* __restrict b0, double* __restrict b1, double* __restrict b2,
+                             const double* __restrict v, std::int32_t k, double p0, double p1,
+                             double p2) {
+    if (k == 16) // both quantities of a shell region
+        return accumulate_fixed<16>(b0, b1, b2, v, p0, p1, p2);
+    if (k == 8)
+        return accumulate_fixed<8>(b0, b1, b2, v, p0, p1, p2);
+    for (std::int32_t j = 0; j < k; ++j) {
+        b0[j] += v[j] * p0;
+        b1[j] += v[j] * p1;
+        b2[j] += v[j] * p2;
+    }
+}
+
+// out[j] += a0[j] p0 + a1[j] p1 + a2[j] p2: the fitted polynomials evaluated at one point.
+inline void evaluate_terms(double* __restrict out, const double* __restrict a0,
+                           const double* __restrict a1, const double* __restrict a2, std::int32_t k,
+                           double p0, double p1, double p2) {
+    for (std::int32_t j = 0; j < k; ++j)
+        out[j] += a0[j] * p0 + a1[j] * p1 + a2[j] * p2;
+}
+
+// out[c] = sum over the element's nodes i of shape[i] nodal[i][c]. A quadrilateral with the
+// eight components of a shell region gets loops of fixed length.
+template <std::int32_t NN, std::int32_t K>
+inline void interpolate_fixed(const double* shape, const double* const* nodal,
+                              double* __restrict out) {
+    for (std::int32_t c = 0; c < K; ++c) {
+        double s = 0.0;
+        for (std::int32_t i = 0; i < NN; ++i)
+            s += shape[i] * nodal[i][c];
+        out[c] = s;
+    }
+}
+inline void interpolate(const double* shape, const double* const* nodal, std::int32_t nn,
+                        std::int32_t k, double* __restrict out) {
+    if (nn == 4 && k == 8)
+        return interpolate_fixed<4, 8>(shape, nodal, out);
+    for (std::int32_t c = 0; c < k; ++c) {
+        double s = 0.0;
+        for (std::int32_t i = 0; i < nn; ++i)
+            s += shape[i] * nodal[i][c];
+        out[c] = s;
+    }
+}
+
 void set_rows(Dmtrx& frame, const double (&rows)[9]) {
     if (frame.rows != 3 || frame.cols != 3)
         frame.resize(3, 3);
@@ -240,14 +370,20 @@ void MEER::recover_nodal_values() {
         if (regions[r].n_values <= 0)
             continue;
         prepare_region(r);
+        // Both quantities are fitted on the same patch in one pass (one set of normal
+        // equations); each keeps its own values, counter and buffer.
+        FitQuantity quantities[2];
+        std::int32_t nq = 0;
+        if (ipv1_kind != 0)
+            quantities[nq++] = {ipv1_kind, nodal_values1[r], &counter1, &value_buf_};
+        if (ipv2_kind != 0)
+            quantities[nq++] = {ipv2_kind, nodal_values2[r], &counter2, &value_buf2_};
+        const bool cached = reset_value_cache(r, nq);
         for (std::int32_t n = 0; n < n_nodes; ++n) {
             assemble_patch(nodes[n], patch_);
             if (patch_.empty())
                 continue;
-            if (ipv1_kind != 0)
-                fit_patch(r, patch_, ipv1_kind, nodal_values1[r], counter1);
-            if (ipv2_kind != 0)
-                fit_patch(r, patch_, ipv2_kind, nodal_values2[r], counter2);
+            fit_patch_quantities(r, patch_, quantities, nq, cached);
         }
         for (std::int32_t n = 0; n < n_nodes; ++n) {
             if (nodes[n].kind == 0)
@@ -473,8 +609,14 @@ void MEER::assemble_patch(NODE& node, std::vector<NODE*>& patch) {
 
 void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPValues kind,
                      Dvctr** values, Lvctr& counter) {
+    FitQuantity q{kind, values, &counter, &value_buf_};
+    fit_patch_quantities(r, patch, &q, 1, false);
+}
+
+void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
+                                const FitQuantity* quantities, std::int32_t nq, bool cached) {
     const std::int32_t type = regions[r].spr_patch_type;
-    const std::int32_t m = number_of_terms(r); // 3: the accumulation below relies on it
+    number_of_terms(r); // 3: the accumulation below relies on it
     const std::int32_t k = regions[r].n_values;
     NODE& centre = *patch.front();
 
@@ -496,30 +638,22 @@ void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPVal
         }
     };
 
-    if (fit_capacity_ < k) {
-        fit_rhs_ = std::make_unique<Dvctr[]>(static_cast<std::size_t>(k));
-        fit_sol_ = std::make_unique<Dvctr[]>(static_cast<std::size_t>(k));
-        fit_capacity_ = k;
-    }
-    Dvctr* rhs = fit_rhs_.get();
-    Dvctr* sol = fit_sol_.get();
-
-    // Normal equations A = sum P P^T, b_j = sum v_j P. The only basis has three terms, so A is
-    // summed in scalars (only its upper half: the lower one receives the very same products)
-    // and the right-hand sides in one flat buffer, then handed to the matrix and vectors.
-    const std::size_t flat = static_cast<std::size_t>(k) * 3;
-    if (fit_b_.size() < flat)
-        fit_b_.resize(flat);
-    double* bb = fit_b_.data();
-    std::fill(bb, bb + flat, 0.0);
+    // Normal equations A = sum P P^T, b_j = sum v_j P, built once for every quantity of the
+    // patch: A depends on the points only. The only basis has three terms, so A is summed in
+    // scalars (only its upper half: the lower one receives the very same products). The
+    // right-hand sides of all quantities are kept by basis term: b[t][q k + j] is term t of
+    // component j of quantity q, so that every loop below runs over contiguous columns.
+    const std::size_t columns = static_cast<std::size_t>(k) * static_cast<std::size_t>(nq);
+    if (fit_b_.size() < 3 * columns)
+        fit_b_.resize(3 * columns);
+    std::fill(fit_b_.begin(), fit_b_.begin() + static_cast<std::ptrdiff_t>(3 * columns), 0.0);
+    double* b[3] = {fit_b_.data(), fit_b_.data() + columns, fit_b_.data() + 2 * columns};
     double a00 = 0.0, a01 = 0.0, a02 = 0.0, a11 = 0.0, a12 = 0.0, a22 = 0.0;
     for (std::int32_t i = 0; i < centre.elems.size(); ++i) {
         const std::int32_t e = centre.elems[i];
         const ELEMENT& el = elements[e];
+        const double* held = cached ? cached_element_values(e, quantities, nq, k) : nullptr;
         for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
-            const std::int32_t count = give_IPs1_values_count(e, ip, kind);
-            double* v = values_buffer(value_buf_, count, k);
-            give_IPs1_values(e, ip, kind, count, v);
             double u = 0.0;
             double w = 0.0;
             coordinates(el.ip_coords[ip], u, w);
@@ -530,53 +664,37 @@ void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPVal
             a11 += p.p1 * p.p1;
             a12 += p.p1 * p.p2;
             a22 += p.p2 * p.p2;
-            for (std::int32_t j = 0; j < k; ++j) {
-                bb[3 * j] += v[j] * p.p0;
-                bb[3 * j + 1] += v[j] * p.p1;
-                bb[3 * j + 2] += v[j] * p.p2;
+            if (held) {
+                // The point's values of all quantities are one row of the columns.
+                accumulate_terms(b[0], b[1], b[2], held + columns * static_cast<std::size_t>(ip),
+                                 static_cast<std::int32_t>(columns), p.p0, p.p1, p.p2);
+                continue;
+            }
+            for (std::int32_t q = 0; q < nq; ++q) {
+                const MEER_IPValues kind = quantities[q].kind;
+                const std::int32_t count = give_IPs1_values_count(e, ip, kind);
+                double* v = values_buffer(*quantities[q].buffer, count, k);
+                give_IPs1_values(e, ip, kind, count, v);
+                const std::size_t at = static_cast<std::size_t>(q) * static_cast<std::size_t>(k);
+                accumulate_terms(b[0] + at, b[1] + at, b[2] + at, v, k, p.p0, p.p1, p.p2);
             }
         }
     }
-    Dmtrx& a = fit_matrix_;
-    a.resize(m, m);
-    const double upper[9] = {a00, a01, a02, a01, a11, a12, a02, a12, a22};
-    a.assign(upper);
-    for (std::int32_t j = 0; j < k; ++j) {
-        if (rhs[j].n != m)
-            rhs[j].resize(m);
-        std::copy(bb + 3 * j, bb + 3 * j + 3, rhs[j].data);
-    }
 
-    if (!a.solveMany(sol, rhs, k)) {
+    const double upper[9] = {a00, a01, a02, a01, a11, a12, a02, a12, a22};
+    Elimination3 a;
+    if (!a.factor(upper)) {
         // A singular patch is tolerated only for a lone element that the bridge itself
         // declares degenerate: the node then takes the element's mean value.
         if (centre.elems.size() == 1 && !is_element_valid(centre.elems[0])) {
-            const std::int32_t e = centre.elems[0];
-            const ELEMENT& el = elements[e];
-            Dvctr& mean = rhs[0]; // free again: reused as the accumulator
-            mean.resize(k);
-            mean.zero();
-            double* v = values_buffer(value_buf_, k, k);
-            for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
-                give_IPs1_values(e, ip, kind, k, v);
-                for (std::int32_t j = 0; j < k; ++j)
-                    mean[j] += v[j];
-            }
-            mean.divide(static_cast<double>(el.n_ips1));
-            const std::int32_t c = centre.number;
-            if (!values[c]) {
-                values[c] = value_store_.make(k);
-                counter[c] = 0;
-            }
-            double* out = values[c]->data;
-            for (std::int32_t j = 0; j < k; ++j)
-                out[j] += mean[j];
-            ++counter[c];
+            for (std::int32_t q = 0; q < nq; ++q)
+                take_element_mean(centre, centre.elems[0], quantities[q], k);
             return;
         }
         ERROR(kSource, __LINE__, "Problem s zaplatou elementu kolem uzlu %ld",
               static_cast<long>(centre.number));
     }
+    a.solve_columns(b, columns); // b[t] now holds coefficient t of every solution
 
     for (NODE* node : patch) {
         double u = 0.0;
@@ -585,17 +703,96 @@ void MEER::fit_patch(std::int32_t r, const std::vector<NODE*>& patch, MEER_IPVal
             coordinates(node->coords, u, w);
         const Basis3 p = spr_basis(type, u, w);
         const std::int32_t c = node->number;
-        if (!values[c]) {
-            values[c] = value_store_.make(k);
-            counter[c] = 0;
+        for (std::int32_t q = 0; q < nq; ++q) {
+            Dvctr** values = quantities[q].values;
+            Lvctr& counter = *quantities[q].counter;
+            if (!values[c]) {
+                values[c] = value_store_.make(k);
+                counter[c] = 0;
+            }
+            const std::size_t at = static_cast<std::size_t>(q) * static_cast<std::size_t>(k);
+            evaluate_terms(values[c]->data, b[0] + at, b[1] + at, b[2] + at, k, p.p0, p.p1, p.p2);
+            ++counter[c];
         }
-        double* out = values[c]->data;
-        for (std::int32_t j = 0; j < k; ++j) {
-            const double* s = sol[j].data;
-            out[j] += s[0] * p.p0 + s[1] * p.p1 + s[2] * p.p2;
-        }
-        ++counter[c];
     }
+}
+
+bool MEER::reset_value_cache(std::int32_t r, std::int32_t nq) {
+    // At most 8 MiB of values and 4096 slots: enough for the elements a band of nodes
+    // shares, small enough to stay in the caches of the processor.
+    constexpr std::size_t kMaxDoubles = std::size_t{1} << 20;
+    constexpr std::uint32_t kMaxSlots = 4096;
+    std::int32_t ips = 0;
+    for (std::int32_t e = 0; e < n_elems; ++e)
+        if (elements[e].region == r)
+            ips = std::max(ips, elements[e].n_ips1);
+    const std::size_t stride = static_cast<std::size_t>(ips) *
+                               static_cast<std::size_t>(std::max(nq, std::int32_t{0})) *
+                               static_cast<std::size_t>(regions[r].n_values);
+    std::uint32_t slots = 1;
+    while (slots < kMaxSlots && slots < static_cast<std::uint32_t>(n_elems))
+        slots *= 2;
+    while (slots > 1 && stride * slots > kMaxDoubles)
+        slots /= 2;
+    if (stride == 0 || stride * slots > kMaxDoubles)
+        return false;
+    cache_stride_ = stride;
+    cache_mask_ = slots - 1;
+    cache_tag_.assign(slots, -1);
+    if (cache_values_.size() < stride * slots)
+        cache_values_.resize(stride * slots);
+    return true;
+}
+
+const double* MEER::cached_element_values(std::int32_t e, const FitQuantity* quantities,
+                                          std::int32_t nq, std::int32_t k) {
+    const std::uint32_t slot = static_cast<std::uint32_t>(e) & cache_mask_;
+    double* held = cache_values_.data() + cache_stride_ * slot;
+    if (cache_tag_[slot] == e)
+        return held;
+    const ELEMENT& el = elements[e];
+    double* out = held;
+    for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
+        for (std::int32_t q = 0; q < nq; ++q) {
+            const MEER_IPValues kind = quantities[q].kind;
+            const std::int32_t count = give_IPs1_values_count(e, ip, kind);
+            double* v = values_buffer(*quantities[q].buffer, count, k);
+            give_IPs1_values(e, ip, kind, count, v);
+            std::copy(v, v + k, out);
+            out += k;
+        }
+    }
+    cache_tag_[slot] = e;
+    return held;
+}
+
+void MEER::take_element_mean(const NODE& centre, std::int32_t e, const FitQuantity& quantity,
+                             std::int32_t k) {
+    const ELEMENT& el = elements[e];
+    if (fit_mean_.size() < static_cast<std::size_t>(k))
+        fit_mean_.resize(static_cast<std::size_t>(k));
+    double* mean = fit_mean_.data();
+    std::fill(mean, mean + k, 0.0);
+    double* v = values_buffer(*quantity.buffer, k, k);
+    for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
+        give_IPs1_values(e, ip, quantity.kind, k, v);
+        for (std::int32_t j = 0; j < k; ++j)
+            mean[j] += v[j];
+    }
+    const double n = static_cast<double>(el.n_ips1);
+    for (std::int32_t j = 0; j < k; ++j)
+        mean[j] /= n;
+    const std::int32_t c = centre.number;
+    Dvctr** values = quantity.values;
+    Lvctr& counter = *quantity.counter;
+    if (!values[c]) {
+        values[c] = value_store_.make(k);
+        counter[c] = 0;
+    }
+    double* out = values[c]->data;
+    for (std::int32_t j = 0; j < k; ++j)
+        out[j] += mean[j];
+    ++counter[c];
 }
 
 // ---------------------------------------------------------------------------------------
@@ -687,22 +884,10 @@ void MEER::compute_element_errors() {
             const double w = ip_shape_functions(e, j, shape);
             double* s1 = s1_.data();
             double* s2 = s2_.data();
-            if (use1) {
-                for (std::int32_t c = 0; c < k; ++c) {
-                    double s = 0.0;
-                    for (std::int32_t i = 0; i < nn; ++i)
-                        s += shape[i] * nodal1[i][c];
-                    s1[c] = s;
-                }
-            }
-            if (use2) {
-                for (std::int32_t c = 0; c < k; ++c) {
-                    double s = 0.0;
-                    for (std::int32_t i = 0; i < nn; ++i)
-                        s += shape[i] * nodal2[i][c];
-                    s2[c] = s;
-                }
-            }
+            if (use1)
+                interpolate(shape, nodal1, nn, k, s1);
+            if (use2)
+                interpolate(shape, nodal2, nn, k, s2);
             const double* h1 = nullptr;
             const double* h2 = nullptr;
             if (use1) {

@@ -197,6 +197,29 @@ protected:
     double ip_shape_functions(std::int32_t e, std::int32_t j, double* shape);
 
 private:
+    // One quantity of a patch fit: its kind, its row of nodal values, its counter and the
+    // buffer its callbacks write into.
+    struct FitQuantity {
+        MEER_IPValues kind = MEER_IPV_NONE;
+        Dvctr** values = nullptr;
+        Lvctr* counter = nullptr;
+        std::vector<double>* buffer = nullptr;
+    };
+    // fit_patch for nq quantities at once: the points, and so the normal equations, are
+    // shared; the right-hand sides and results are per quantity.
+    // With `cached`, each element's values come from the element value cache.
+    void fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
+                              const FitQuantity* quantities, std::int32_t nq, bool cached);
+    // The sampling-point values of element e for the quantities of a fit, laid out
+    // [point][quantity][component], from the cache or asked of the derived class.
+    const double* cached_element_values(std::int32_t e, const FitQuantity* quantities,
+                                        std::int32_t nq, std::int32_t k);
+    // Empties the cache and shapes it for the elements of region r; false when they would
+    // not fit in its memory (the fit then asks for every point as it goes).
+    bool reset_value_cache(std::int32_t r, std::int32_t nq);
+    // The degenerate lone element's mean value, given to the centre node alone.
+    void take_element_mean(const NODE& centre, std::int32_t e, const FitQuantity& quantity,
+                           std::int32_t k);
     void prepare_run_hook() {}
     // A buffer for count values of which the first k are read.
     static double* values_buffer(std::vector<double>& buffer, std::int32_t count, std::int32_t k) {
@@ -224,10 +247,14 @@ private:
     std::vector<double> fit_b_;
     std::vector<double> boundary_work_;
     std::vector<NODE*> patch_;
-    Dmtrx fit_matrix_;
-    std::unique_ptr<Dvctr[]> fit_rhs_;
-    std::unique_ptr<Dvctr[]> fit_sol_;
-    std::int32_t fit_capacity_ = 0;
+    std::vector<double> fit_mean_;
+    // Values of recently fitted elements. An element serves the patches of all its nodes, so
+    // its values are asked once and kept while the neighbouring patches are fitted. Direct
+    // mapped by element index; one region at a time.
+    std::vector<std::int32_t> cache_tag_; // element held by each slot, -1 none
+    std::vector<double> cache_values_;
+    std::size_t cache_stride_ = 0; // doubles per slot
+    std::uint32_t cache_mask_ = 0; // slots - 1
 };
 
 } // namespace meerspace
