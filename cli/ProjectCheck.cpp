@@ -1,6 +1,7 @@
 #include "cli/ProjectCheck.h"
 
 #include "adaptivity/AdaptiveMeshData.h"
+#include "adaptivity/LineReader.h"
 #include "adaptivity/StrintgFormat.h"
 #include "cli/Json.h"
 #include "host/outcome/combinations.h"
@@ -11,8 +12,8 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
-#include <fstream>
 #include <map>
+#include <memory>
 #include <set>
 #include <sstream>
 
@@ -81,11 +82,15 @@ long ColumnFlag(const std::string& name) {
 }
 
 std::string_view TrimmedView(std::string_view text) {
-    const auto begin = text.find_first_not_of(" \t");
-    if (begin == std::string_view::npos)
-        return {};
-    const auto end = text.find_last_not_of(" \t");
-    return text.substr(begin, end - begin + 1);
+    // By hand: find_first_not_of with a set of characters searches the set for every one.
+    auto blank = [](char c) { return c == ' ' || c == '\t'; };
+    std::size_t begin = 0;
+    std::size_t end = text.size();
+    while (begin < end && blank(text[begin]))
+        ++begin;
+    while (end > begin && blank(text[end - 1]))
+        --end;
+    return text.substr(begin, end - begin);
 }
 
 std::string Trimmed(std::string_view text) {
@@ -155,9 +160,9 @@ bool IsNumberField(std::string_view text, double& value) {
 
 // Element number of a record: characters 0-7 read as a decimal integer the way the module
 // does (leading blanks, a sign, digits; anything else ends the number; nothing gives 0).
-long RecordElement(const std::string& line) {
-    const std::string field =
-        line.substr(0, std::min<std::size_t>(strintg::c_nElementNumberWidth, line.size()));
+long RecordElement(std::string_view line) {
+    const std::string field(
+        line.substr(0, std::min<std::size_t>(strintg::c_nElementNumberWidth, line.size())));
     return std::strtol(field.c_str(), nullptr, 10);
 }
 
@@ -165,20 +170,21 @@ long RecordElement(const std::string& line) {
 // number, or the module takes 0 (or a part of it) without a word. A line cut short (the last
 // line of a file written only in part, say) is found here.
 void CheckRecordFields(const fs::path& file, std::size_t number, long element,
-                       const std::string& line, const std::vector<std::string>& fields,
+                       std::string_view line, const std::vector<std::string>& fields,
                        Collector& out) {
     std::string missing;
     std::size_t present = 0;
     for (std::size_t k = 0; k < fields.size(); ++k) {
         const std::size_t start = kValuesStart + k * kFieldWidth;
         const std::string_view text =
-            start < line.size() ? TrimmedView(std::string_view(line).substr(start, kFieldWidth))
-                                : std::string_view();
+            start < line.size() ? TrimmedView(line.substr(start, kFieldWidth)) : std::string_view();
         if (text.empty()) {
             missing += (missing.empty() ? "" : ", ") + fields[k];
             continue;
         }
         ++present;
+        if (IsPlainTrustedNumber(text))
+            continue;
         double value = 0.0;
         if (!IsNumberField(text, value)) {
             const std::string shown(text);
@@ -271,24 +277,37 @@ long ScanHeader(const fs::path& file, std::size_t number, const std::string& lin
     return flags;
 }
 
+// An element's centre and the distance of its farthest corner from it, kept while the
+// records of one element follow each other.
+struct ElementExtent {
+    long element = 0;
+    CKQPoint3D centre;
+    double radius = 0.0;
+};
+
 // Whether a record's integration point lies on its element, if the numbering is the mesh's.
 void CheckRecordPosition(const fs::path& file, std::size_t number, long element,
-                         const std::string& line, long flags, const host::outcome::Mesh& mesh,
-                         Collector& out) {
+                         std::string_view line, long flags, const host::outcome::Mesh& mesh,
+                         ElementExtent& extent, Collector& out) {
     // Only the coordinates: their bits (0x1, 0x2, 0x4) are the lowest, so their fields sit where
     // they sit with every other column, and the values behind them need not be read here.
     CIntegrationPointData point;
-    point.ReadFromLine(std::string_view(line), flags & 0x7);
-    const auto& nodes = mesh.elements[static_cast<std::size_t>(element) - 1].nodes;
-    CKQPoint3D centre;
-    for (unsigned long n : nodes) {
-        const CKQPoint3D& p = mesh.nodes[n - 1].position;
-        centre.Set(centre.x + p.x / nodes.size(), centre.y + p.y / nodes.size(),
-                   centre.z + p.z / nodes.size());
+    point.ReadFromLine(line, flags & 0x7);
+    if (extent.element != element) {
+        const auto& nodes = mesh.elements[static_cast<std::size_t>(element) - 1].nodes;
+        CKQPoint3D centre;
+        for (unsigned long n : nodes) {
+            const CKQPoint3D& p = mesh.nodes[n - 1].position;
+            centre.Set(centre.x + p.x / nodes.size(), centre.y + p.y / nodes.size(),
+                       centre.z + p.z / nodes.size());
+        }
+        double radius = 0.0;
+        for (unsigned long n : nodes)
+            radius = std::max(radius, mesh.nodes[n - 1].position.Distance(centre));
+        extent = {element, centre, radius};
     }
-    double radius = 0.0;
-    for (unsigned long n : nodes)
-        radius = std::max(radius, mesh.nodes[n - 1].position.Distance(centre));
+    const CKQPoint3D& centre = extent.centre;
+    const double radius = extent.radius;
     const double distance = point.m_GlobalCoords.Distance(centre);
     if (!(distance <= radius * (1.0 + 1e-6) + 1e-9))
         out.Error(file, number, "position",
@@ -339,26 +358,27 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
         out.Error(file, 0, "missing", "is not a regular file (a folder, a pipe or a device)");
         return scan;
     }
-    std::ifstream in(file, std::ios::binary);
+    std::unique_ptr<std::FILE, int (*)(std::FILE*)> in(std::fopen(file.c_str(), "rb"),
+                                                       &std::fclose);
     if (!in) {
         out.Error(file, 0, "missing", "cannot be opened: the file is missing or unreadable");
         return scan;
     }
     scan.opened = true;
+    CLineReader reader(in.get());
+    ElementExtent extent;
     const auto& mesh = project.mesh;
     long flags = 0;
     std::vector<std::string> fields; // the columns of the record's value fields, in order
     long previous = 0;
-    std::string line;
+    std::string_view line;
     std::size_t number = 0;
     bool sawHeader = false;
-    while (std::getline(in, line)) {
+    while (reader.Next(line)) {
         ++number;
-        if (!line.empty() && line.back() == '\r')
-            line.pop_back();
         if (number == static_cast<std::size_t>(strintg::c_nHeaderLine)) {
             sawHeader = true;
-            flags = ScanHeader(file, number, line, out);
+            flags = ScanHeader(file, number, std::string(line), out);
             fields = FieldColumns(flags);
             continue;
         }
@@ -399,7 +419,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
             entry.firstLine = number;
         ++entry.points;
         if (scan.listed <= mesh.elements.size() && (flags & 0x7) == 0x7)
-            CheckRecordPosition(file, number, element, line, flags, mesh, out);
+            CheckRecordPosition(file, number, element, line, flags, mesh, extent, out);
     }
     if (!sawHeader) {
         out.Error(file, number, "header", "the file ends before its header line (line 3)");
@@ -456,6 +476,49 @@ void CheckMesh(const Project& project, Collector& out) {
 } // namespace
 
 // ---------------------------------------------------------------------------------------------
+
+// The field (trimmed) is plainly a decimal number that strtod reads whole, finite
+// and no larger than kLargestTrustedValue: [sign] digits [. digits] [e|E [sign] 1-3 digits]
+// with at least one digit, and fewer than 150 places before the point once the exponent is
+// applied (so |value| < 1e150). Every field the solver writes is of this form, and this is
+// decided from the characters alone; anything else goes through IsNumberField and the
+// magnitude test, which word the findings.
+bool IsPlainTrustedNumber(std::string_view text) {
+    const char* p = text.data();
+    const char* end = p + text.size();
+    if (p != end && (*p == '+' || *p == '-'))
+        ++p;
+    int places = 0; // significant digits before the point
+    int digits = 0;
+    for (; p != end && *p >= '0' && *p <= '9'; ++p, ++digits)
+        if (places > 0 || *p != '0')
+            ++places;
+    if (p != end && *p == '.')
+        for (++p; p != end && *p >= '0' && *p <= '9'; ++p)
+            ++digits;
+    if (digits == 0)
+        return false;
+    int exponent = 0;
+    if (p != end && (*p == 'e' || *p == 'E')) {
+        ++p;
+        const bool negative = p != end && *p == '-';
+        if (p != end && (*p == '+' || *p == '-'))
+            ++p;
+        int n = 0;
+        for (; p != end && *p >= '0' && *p <= '9' && n < 4; ++p, ++n)
+            exponent = exponent * 10 + (*p - '0');
+        if (n == 0 || n > 3)
+            return false;
+        if (negative)
+            exponent = -exponent;
+    }
+    return p == end && places + exponent <= 150;
+}
+
+bool IsTrustedValueField(std::string_view field) {
+    double value = 0.0;
+    return IsNumberField(field, value) && !(std::fabs(value) > kLargestTrustedValue);
+}
 
 std::size_t CheckReport::Errors() const {
     return static_cast<std::size_t>(

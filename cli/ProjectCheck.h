@@ -11,6 +11,7 @@
 #include <optional>
 #include <ostream>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace slabadapt::cli {
@@ -69,5 +70,13 @@ void PrintFindings(const CheckReport& report, std::ostream& out);
 std::string SummaryLine(const CheckReport& report);
 // The report as a JSON object.
 std::string CheckReportJson(const CheckReport& report);
+
+// A STRINTG value field (trimmed) that strtod reads whole as a finite number of magnitude at
+// most 1e150: the check's test of every value.
+bool IsTrustedValueField(std::string_view field);
+// The same decided from the characters alone for the plain decimal fields a solver writes;
+// false for anything else (which then takes the full test). Never true where the full test
+// is false.
+bool IsPlainTrustedNumber(std::string_view field);
 
 } // namespace slabadapt::cli

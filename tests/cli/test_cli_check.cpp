@@ -7,6 +7,12 @@
 
 #include <sys/stat.h>
 
+#include <algorithm>
+#include <cmath>
+#include <cstdint>
+#include <cstdio>
+#include <string_view>
+
 using namespace fixture;
 using slabadapt::cli::CheckProject;
 using slabadapt::cli::CheckReport;
@@ -386,6 +392,86 @@ TEST_F(CheckTest, AFieldIsANumberExactlyWhenTheCLibraryReadsItWhole) {
         EXPECT_EQ(Has(r, Severity::Error, "patch.STRINTG0003", 6, "the mx field"), !number)
             << "\"" << field << "\"\n"
             << All(r);
+    }
+}
+
+// Most value fields are decided from their characters alone; that shortcut must never pass a
+// field the full test (strtod, finiteness, magnitude) rejects, and must take what a solver
+// writes.
+TEST(CheckFields, ThePlainFieldTestNeverPassesAFieldTheFullTestRejects) {
+    using slabadapt::cli::IsPlainTrustedNumber;
+    using slabadapt::cli::IsTrustedValueField;
+    const std::vector<std::string> edges = {"1e150",
+                                            "9.99e149",
+                                            "1.0e150",
+                                            "10e149",
+                                            "0.00001e155",
+                                            "000000001e150",
+                                            "1e-400",
+                                            "1e",
+                                            ".",
+                                            "-.",
+                                            "1.e5",
+                                            "+.5",
+                                            "-0",
+                                            "1e+0150",
+                                            "1e1000",
+                                            "99999e146",
+                                            "1.5D+03",
+                                            "1.5d3",
+                                            "0x10",
+                                            "1e+",
+                                            "e5",
+                                            "+-1",
+                                            "1..2",
+                                            "1.2.3",
+                                            "9.999999E+149",
+                                            "1.000000E+150",
+                                            "-1.797693E+308",
+                                            "4.9E-324",
+                                            "12345678901234"};
+    for (const std::string& field : edges) {
+        if (IsPlainTrustedNumber(field)) {
+            EXPECT_TRUE(IsTrustedValueField(field)) << "\"" << field << "\"";
+        }
+    }
+    EXPECT_TRUE(IsPlainTrustedNumber("9.999999E+149"));
+    EXPECT_FALSE(IsPlainTrustedNumber("1.5D+03"));
+    EXPECT_FALSE(IsPlainTrustedNumber("1e"));
+    EXPECT_FALSE(IsPlainTrustedNumber("."));
+    EXPECT_FALSE(IsPlainTrustedNumber("10e149")); // 1e150: left to the full test
+    EXPECT_TRUE(IsTrustedValueField("10e149"));
+    EXPECT_FALSE(IsTrustedValueField("10.1e149"));
+
+    // Random strings over the characters numbers are made of.
+    const std::string alphabet = "0123456789+-.eEdDx ";
+    std::uint64_t state = 2024;
+    auto next = [&state](std::uint64_t n) {
+        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
+        return (state >> 33) % n;
+    };
+    long plain = 0;
+    for (int i = 0; i < 200000; ++i) {
+        std::string field;
+        const auto length = 1 + next(15);
+        for (std::uint64_t c = 0; c < length; ++c)
+            field += alphabet[next(alphabet.size())];
+        if (IsPlainTrustedNumber(field)) {
+            ++plain;
+            ASSERT_TRUE(IsTrustedValueField(field)) << "\"" << field << "\"";
+        }
+    }
+    EXPECT_GT(plain, 1000);
+
+    // What a solver writes: 15 characters, six decimals, E and a signed exponent.
+    for (int i = 0; i < 20000; ++i) {
+        const double mantissa = static_cast<double>(next(2000001)) / 1000.0 - 1000.0;
+        const int exponent = static_cast<int>(next(440)) - 300;
+        char field[64];
+        std::snprintf(field, sizeof field, "%15.6E", mantissa * std::pow(10.0, exponent));
+        std::string_view text(field);
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+        ASSERT_EQ(IsPlainTrustedNumber(text), IsTrustedValueField(text)) << "\"" << field << "\"";
     }
 }
 
