@@ -282,7 +282,8 @@ void PrintRunJson(const RunReport& r, std::ostream& out) {
         for (std::size_t i = 0; i < r.timings.size(); ++i)
             out << (i ? ", " : "") << "{\"stage\": " << JsonString(r.timings[i].stage)
                 << ", \"seconds\": " << JsonNumber(r.timings[i].seconds)
-                << ", \"peak_mb\": " << JsonNumber(r.timings[i].peakMegabytes) << "}";
+                << ", \"peak_mb\": " << JsonNumber(r.timings[i].peakMegabytes)
+                << ", \"heap_mb\": " << JsonNumber(r.timings[i].heapMegabytes) << "}";
     }
     out << "], \"warnings\": [";
     for (std::size_t i = 0; i < r.warnings.size(); ++i)
@@ -347,11 +348,18 @@ std::vector<StageTiming> StagesOf(const std::vector<host::framework::StageMark>&
     auto stage = [&](const char* what, const host::framework::StageMark* from,
                      const host::framework::StageMark* to) {
         if (from != nullptr && to != nullptr && to->seconds >= from->seconds)
-            stages.push_back({what, to->seconds - from->seconds, to->peakMegabytes});
+            stages.push_back(
+                {what, to->seconds - from->seconds, to->peakMegabytes, to->heapMegabytes});
     };
     stage("check the project", first("start"), first("checked"));
     stage("open the project (P.msh, P.toml)", first("pass"), first("project opened"));
-    stage("read the STRINTG files and estimate", first("project opened"), first("saving"));
+    // The estimator marks its set-up and its run; a pass that stops before them has the
+    // reading alone, up to its first save.
+    const host::framework::StageMark* setUp = first("setting up the estimator");
+    stage("read the STRINTG files", first("project opened"),
+          setUp != nullptr ? setUp : first("saving"));
+    stage("set up the estimator's records", setUp, first("estimating"));
+    stage("estimate (recovery, errors, sizes)", first("estimating"), first("estimated"));
     stage("store the results (P.GAR)", first("saving"), last("saved"));
     stage("write the size field (P.refine.pos)", first("writing the size field"),
           first("size field written"));
@@ -495,10 +503,12 @@ int RunCommand(const RunOptions& options, std::ostream& out, std::ostream& err) 
     } else {
         PrintRunText(report, out);
         if (options.timings) {
-            out << "timings (wall time; the process's peak memory at the stage's end):\n";
+            out << "timings (wall time; at the stage's end the process's peak memory and the "
+                   "heap in use):\n";
             for (const StageTiming& t : report.timings)
                 out << "  " << Padded(t.stage, 40, false) << Padded(Fixed(t.seconds, 2) + " s", 10)
-                    << Padded(Fixed(t.peakMegabytes, 0) + " MB", 10) << '\n';
+                    << Padded(Fixed(t.peakMegabytes, 0) + " MB", 10)
+                    << Padded(Fixed(t.heapMegabytes, 0) + " MB", 10) << '\n';
         }
     }
     for (const std::string& warning : report.warnings)

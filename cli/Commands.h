@@ -26,11 +26,12 @@
 
 namespace slabadapt::cli {
 
-// One stage of a pass: its wall time and the process's peak memory at its end.
+// One stage of a pass: its wall time, the process's peak memory and the heap in use at its end.
 struct StageTiming {
     std::string stage;
     double seconds = 0.0;
     double peakMegabytes = 0.0;
+    double heapMegabytes = 0.0;
 };
 
 struct RunOptions {

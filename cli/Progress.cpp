@@ -16,7 +16,13 @@ std::string ProgressLine::StageBegunBy(const std::string& mark) {
     if (mark == "pass")
         return "opening the project";
     if (mark == "project opened")
-        return "reading the STRINTG files and estimating";
+        return "reading the STRINTG files";
+    if (mark == "setting up the estimator")
+        return "setting up the estimator";
+    if (mark == "estimating")
+        return "estimating the errors";
+    if (mark == "estimated")
+        return "storing the results in P.GAR";
     if (mark == "saving")
         return "storing the results in P.GAR";
     if (mark == "writing the size field")

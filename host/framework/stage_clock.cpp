@@ -3,6 +3,7 @@
 #include <chrono>
 #include <mutex>
 
+#include <malloc.h>
 #include <sys/resource.h>
 
 namespace host::framework {
@@ -20,17 +21,21 @@ void MarkStage(const std::string& name) {
     struct rusage usage {};
     ::getrusage(RUSAGE_SELF, &usage);
     const double peak = static_cast<double>(usage.ru_maxrss) / 1024.0; // kB on Linux
+    // What the program holds, as opposed to what the process has touched: freed memory stays
+    // in the resident set until it is used again.
+    const struct mallinfo2 heap = ::mallinfo2();
+    const double inUse = static_cast<double>(heap.uordblks + heap.hblkhd) / (1024.0 * 1024.0);
     StageObserver observer;
     {
         std::lock_guard lock(g_mutex);
         // A program that never takes the marks keeps only the newest ones.
         if (g_marks.size() >= kMaxMarks)
             g_marks.erase(g_marks.begin(), g_marks.begin() + kMaxMarks / 2);
-        g_marks.push_back({name, seconds, peak});
+        g_marks.push_back({name, seconds, peak, inUse});
         observer = g_observer;
     }
     if (observer)
-        observer(StageMark{name, seconds, peak});
+        observer(StageMark{name, seconds, peak, inUse});
 }
 
 StageObserver SetStageObserver(StageObserver observer) {

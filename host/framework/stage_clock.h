@@ -2,7 +2,7 @@
 // Where a run's time and memory go. The host kit marks the moments a pass goes through it (the
 // project opened, a result being saved and saved, the size field begun and written); the
 // command marks its own and turns the marks into stages. Each mark holds the wall time from a
-// steady clock and the process's peak resident memory so far.
+// steady clock, the process's peak resident memory so far and the heap in use at the mark.
 #include <functional>
 #include <string>
 #include <vector>
@@ -13,6 +13,7 @@ struct StageMark {
     std::string name;
     double seconds = 0.0;       // since an arbitrary start, steady
     double peakMegabytes = 0.0; // the largest resident set of the process up to the mark
+    double heapMegabytes = 0.0; // allocated and not yet freed at the mark (malloc's count)
 };
 
 // Records a mark (thread-safe). Of marks never taken, the newest few thousand are kept.

@@ -19,6 +19,9 @@ TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
                                           {"checked", 11.0, 6},
                                           {"pass", 11.5, 6},
                                           {"project opened", 12.0, 7},
+                                          {"setting up the estimator", 13.0, 8, 7.5},
+                                          {"estimating", 13.25, 8},
+                                          {"estimated", 14.75, 9},
                                           {"saving", 15.0, 9},
                                           {"saved", 15.5, 9},
                                           {"saving", 15.5, 9},
@@ -31,7 +34,9 @@ TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
     const std::vector<std::pair<std::string, double>> expected = {
         {"check the project", 1.0},
         {"open the project (P.msh, P.toml)", 0.5},
-        {"read the STRINTG files and estimate", 3.0},
+        {"read the STRINTG files", 1.0},
+        {"set up the estimator's records", 0.25},
+        {"estimate (recovery, errors, sizes)", 1.5},
         {"store the results (P.GAR)", 1.25},
         {"write the size field (P.refine.pos)", 0.5},
         {"end the pass, commit P.GAR", 0.5},
@@ -41,7 +46,17 @@ TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
         EXPECT_EQ(stages[i].stage, expected[i].first);
         EXPECT_DOUBLE_EQ(stages[i].seconds, expected[i].second) << expected[i].first;
     }
-    EXPECT_EQ(stages[3].peakMegabytes, 10.0); // at the last save
+    EXPECT_EQ(stages[5].peakMegabytes, 10.0); // at the last save
+    EXPECT_EQ(stages[2].heapMegabytes, 7.5);  // in use when the set-up began
+}
+
+TEST(StagesOf, APassThatStopsBeforeTheEstimatorReadsUpToItsFirstSave) {
+    const std::vector<StageMark> marks = {
+        {"pass", 0.0, 1}, {"project opened", 1.0, 2}, {"saving", 3.0, 2}, {"saved", 3.5, 2}};
+    const auto stages = StagesOf(marks);
+    ASSERT_EQ(stages.size(), 3u);
+    EXPECT_EQ(stages[1].stage, "read the STRINTG files");
+    EXPECT_DOUBLE_EQ(stages[1].seconds, 2.0);
 }
 
 TEST(StagesOf, AStageWithoutItsMarksIsLeftOut) {
@@ -62,7 +77,8 @@ TEST(RunTimings, TheRunPrintsItsStagesAndPutsThemInTheJson) {
     std::size_t at = text.out.find("timings (wall time");
     ASSERT_NE(at, std::string::npos) << text.out;
     for (const char* stage :
-         {"check the project", "open the project", "read the STRINTG files and estimate",
+         {"check the project", "open the project", "read the STRINTG files",
+          "set up the estimator's records", "estimate (recovery, errors, sizes)",
           "store the results", "write the size field", "end the pass", "read the summary back"}) {
         const std::size_t next = text.out.find(stage, at);
         EXPECT_NE(next, std::string::npos) << stage << " (in this order)\n" << text.out;
@@ -92,8 +108,7 @@ TEST(ProgressLine, DrawsTheStageAfterASecondAndWipesItAtTheEnd) {
     }
     host::framework::TakeStageMarks();
     const std::string text = out.str();
-    EXPECT_NE(text.find("\r\033[Kslabadapt: reading the STRINTG files and estimating (1 s)"),
-              std::string::npos)
+    EXPECT_NE(text.find("\r\033[Kslabadapt: reading the STRINTG files (1 s)"), std::string::npos)
         << text;
     EXPECT_EQ(text.substr(text.size() - 4), "\r\033[K") << text; // nothing left on the line
 }
@@ -110,8 +125,9 @@ TEST(ProgressLine, ShowsNothingWhereItMayNot) {
 }
 
 TEST(ProgressLine, EveryMarkOfThePassNamesAStageAndTheCheckLeavesTheLineFree) {
-    for (const char* mark : {"start", "pass", "project opened", "saving", "writing the size field",
-                             "size field written", "committed"})
+    for (const char* mark :
+         {"start", "pass", "project opened", "setting up the estimator", "estimating", "estimated",
+          "saving", "writing the size field", "size field written", "committed"})
         EXPECT_FALSE(ProgressLine::StageBegunBy(mark).empty()) << mark;
     EXPECT_TRUE(ProgressLine::StageBegunBy("checked").empty()); // the findings print then
     EXPECT_TRUE(ProgressLine::StageBegunBy("saved").empty());
