@@ -2,9 +2,11 @@
 #include "adaptivity/ResultLayout.h"
 #include "host/framework/stage_clock.h"
 
+#include <algorithm>
 #include <cmath>
 #include <functional>
 #include <limits>
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -75,8 +77,6 @@ void CAdaptivityImpl::initialize() {
     const std::int32_t slabCount = EngineCount(api.GetNoOfSlabs());
     std::int32_t elementCount = 0;
 
-    m_nodeToElements.assign(toUnsigned(nodeCount), {});
-
     // Element -> slab. Each slab owns a contiguous range of the global element indices.
     std::vector<long> slabOfElement;
     for (std::uint32_t s = 0; s < toUnsigned(slabCount); ++s) {
@@ -124,12 +124,11 @@ void CAdaptivityImpl::initialize() {
         element.n_nodes = nodesOfElement;
         element.nodes = new std::int32_t[toUnsigned(nodesOfElement)];
         for (std::uint32_t i = 0; i < toUnsigned(nodesOfElement); ++i) {
-            if (hostNodes[i] >= m_nodeToElements.size())
+            if (hostNodes[i] >= toUnsigned(nodeCount))
                 throw std::out_of_range("element " + HostNumber(e) + " refers to node " +
                                         HostNumber(hostNodes[i]) + ", but the mesh has " +
                                         std::to_string(nodeCount) + " nodes");
             element.nodes[i] = static_cast<std::int32_t>(hostNodes[i]);
-            m_nodeToElements[hostNodes[i]].push_back(static_cast<long>(e));
         }
 
         const std::int32_t points = give_number_of_IPs1(static_cast<std::int32_t>(e));
@@ -139,6 +138,11 @@ void CAdaptivityImpl::initialize() {
             InitIntegrationPointCoords(e, j);
     }
 
+    m_nodeToElements = slabadapt::results::NodeElementLists::Build(
+        toUnsigned(nodeCount), toUnsigned(elementCount), [this](std::size_t e) {
+            return std::span<const std::int32_t>(elements[e].nodes,
+                                                 toUnsigned(elements[e].n_nodes));
+        });
     // The engine hands out list buffers of kMaxSuperelems entries and trusts the count it
     // gets back, so a busier node is refused here, before the run, with its number.
     for (std::size_t n = 0; n < m_nodeToElements.size(); ++n) {
@@ -178,15 +182,14 @@ void CAdaptivityImpl::give_superelems_to_node(std::int32_t node, std::int32_t& c
                                               std::int32_t* elems) const {
     if (elems == nullptr)
         AfxThrowInvalidArgException();
-    const std::vector<long>& list = m_nodeToElements.at(toUnsigned(node));
+    const std::span<const std::int32_t> list = m_nodeToElements.at(toUnsigned(node));
     // The engine's buffer holds kMaxSuperelems entries (initialize refuses busier nodes).
     if (list.size() > static_cast<std::size_t>(meerspace::kMaxSuperelems))
         throw std::length_error(
             "node " + HostNumber(toUnsigned(node)) + " belongs to " + std::to_string(list.size()) +
             " elements; the estimator takes at most " + std::to_string(meerspace::kMaxSuperelems));
     count = static_cast<std::int32_t>(list.size());
-    for (std::size_t i = 0; i < list.size(); ++i)
-        elems[i] = static_cast<std::int32_t>(list[i]);
+    std::copy(list.begin(), list.end(), elems);
 }
 
 meerspace::MEER_ElemDisplInterpol CAdaptivityImpl::give_element_EDI(std::int32_t elem) {

@@ -11,6 +11,7 @@
 // Life cycle: construct, Init (mesh copied), Run (estimate), StoreResults,
 // WriteMeshRefinement, destroy. Init is meant to run once.
 #include "adaptivity/IAdaptivityResultsAPI.h"
+#include "adaptivity/ResultLayout.h"
 #include "meer/meer.h"
 
 #include <cstdint>
@@ -87,7 +88,7 @@ private:
 
     IAdaptivityResultsAPI* m_pResultsAPI; // not owned
     // Per node, the indices of the elements that use it, in ascending element order.
-    std::vector<std::vector<long>> m_nodeToElements;
+    slabadapt::results::NodeElementLists m_nodeToElements;
     double m_dGlobalError;
     double m_dTargetError;
 };

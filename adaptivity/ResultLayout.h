@@ -7,6 +7,10 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
+#include <span>
+#include <stdexcept>
+#include <string>
 #include <vector>
 
 // The module's own result type: mesh error and refinement.
@@ -41,15 +45,62 @@ inline constexpr std::array<ColumnInfo, 4> kColumns = {{
 inline constexpr std::size_t kMaxElementsAtNode =
     static_cast<std::size_t>(meerspace::kMaxSuperelems);
 
+// For each node, the zero-based indices of the elements that use it, in ascending order, all
+// in one array (a node's list is a slice of it): 12 bytes a node and 4 an element corner,
+// against some 70 for a vector per node.
+class NodeElementLists {
+public:
+    NodeElementLists() = default;
+
+    // nodesOf(e) gives the zero-based nodes of element e, for e = 0 .. elements - 1. A node
+    // index of `nodes` or more (which a checked mesh never has) is passed over.
+    template <class NodesOf>
+    static NodeElementLists Build(std::size_t nodes, std::size_t elements, NodesOf nodesOf) {
+        NodeElementLists lists;
+        lists.m_start.assign(nodes + 1, 0);
+        for (std::size_t e = 0; e < elements; ++e)
+            for (const auto n : nodesOf(e))
+                if (static_cast<std::size_t>(n) < nodes)
+                    ++lists.m_start[static_cast<std::size_t>(n) + 1];
+        for (std::size_t n = 0; n < nodes; ++n)
+            lists.m_start[n + 1] += lists.m_start[n];
+        lists.m_elements.resize(static_cast<std::size_t>(lists.m_start[nodes]));
+        std::vector<std::int64_t> next(lists.m_start.begin(), lists.m_start.end() - 1);
+        for (std::size_t e = 0; e < elements; ++e)
+            for (const auto n : nodesOf(e))
+                if (static_cast<std::size_t>(n) < nodes)
+                    lists
+                        .m_elements[static_cast<std::size_t>(next[static_cast<std::size_t>(n)]++)] =
+                        static_cast<std::int32_t>(e);
+        return lists;
+    }
+
+    std::size_t size() const { return m_start.empty() ? 0 : m_start.size() - 1; }
+    std::span<const std::int32_t> operator[](std::size_t node) const {
+        return {m_elements.data() + m_start[node],
+                static_cast<std::size_t>(m_start[node + 1] - m_start[node])};
+    }
+    std::span<const std::int32_t> at(std::size_t node) const {
+        if (node >= size())
+            throw std::out_of_range("node " + std::to_string(node) + " of " +
+                                    std::to_string(size()));
+        return (*this)[node];
+    }
+
+private:
+    std::vector<std::int64_t> m_start; // node n's list is [m_start[n], m_start[n + 1])
+    std::vector<std::int32_t> m_elements;
+};
+
 // The size handed to the mesher at each node: the plain mean of the sizes of the elements at
 // the node, summed in the order the node's list gives (ascending element index); 0 where no
 // element meets. `elementsAtNode[n]` lists zero-based element indices.
-template <class ElementList>
-std::vector<double> AverageOnNodes(const std::vector<ElementList>& elementsAtNode,
+template <class Lists>
+std::vector<double> AverageOnNodes(const Lists& elementsAtNode,
                                    const std::vector<double>& elementSizes) {
     std::vector<double> sizes(elementsAtNode.size(), 0.0);
     for (std::size_t n = 0; n < sizes.size(); ++n) {
-        const ElementList& list = elementsAtNode[n];
+        const auto& list = elementsAtNode[n];
         if (list.empty())
             continue;
         double sum = 0.0;

@@ -7,6 +7,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <ranges>
 #include <string>
 #include <string_view>
 
@@ -127,13 +128,14 @@ std::vector<double> GoverningPasses(const StoredResults& results, std::size_t el
 std::vector<double> NodalSizes(const host::outcome::Mesh& mesh,
                                const std::vector<std::array<double, 4>>& elementColumns) {
     const std::size_t elements = std::min(mesh.elements.size(), elementColumns.size());
-    std::vector<std::vector<std::size_t>> elementsAtNode(mesh.nodes.size());
     std::vector<double> elementSizes(elements);
-    for (std::size_t e = 0; e < elements; ++e) {
+    for (std::size_t e = 0; e < elements; ++e)
         elementSizes[e] = elementColumns[e][results::kNewSizeColumn];
-        for (unsigned long n : mesh.elements[e].nodes)
-            elementsAtNode[n - 1].push_back(e);
-    }
+    const auto elementsAtNode =
+        results::NodeElementLists::Build(mesh.nodes.size(), elements, [&mesh](std::size_t e) {
+            return mesh.elements[e].nodes |
+                   std::views::transform([](unsigned long n) { return n - 1; });
+        });
     return results::AverageOnNodes(elementsAtNode, elementSizes);
 }
 
