@@ -1,6 +1,7 @@
 #pragma once
 // Line-by-line reading of the text files the module reads (STRINTG files), shared by the
 // module's reader and the project check so that both split a file into the same lines.
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <cstring>
@@ -12,7 +13,9 @@
 // no line end. Lines are handed out as the file's bytes, without copying or decoding.
 class CLineReader {
 public:
-    explicit CLineReader(std::FILE* file) : m_file(file), m_buffer(c_nChunk) {}
+    // Reads at most `limit` bytes from the file's present position.
+    explicit CLineReader(std::FILE* file, std::size_t limit = static_cast<std::size_t>(-1))
+        : m_file(file), m_buffer(c_nChunk), m_left(limit) {}
 
     // True when reading stopped on an error rather than at the end of the file.
     bool Failed() const { return m_failed; }
@@ -56,12 +59,14 @@ private:
         m_end = kept;
         if (m_end == m_buffer.size())
             m_buffer.resize(m_buffer.size() * 2);
+        const std::size_t want = std::min(m_buffer.size() - m_end, m_left);
         const std::size_t got =
-            std::fread(m_buffer.data() + m_end, 1, m_buffer.size() - m_end, m_file);
+            want == 0 ? 0 : std::fread(m_buffer.data() + m_end, 1, want, m_file);
         m_end += got;
+        m_left -= got;
         if (got == 0) {
             m_eof = true;
-            m_failed = std::ferror(m_file) != 0;
+            m_failed = want != 0 && std::ferror(m_file) != 0;
         }
     }
 
@@ -69,6 +74,7 @@ private:
     std::vector<char> m_buffer;
     std::size_t m_begin = 0;
     std::size_t m_end = 0;
+    std::size_t m_left; // bytes the reader may still take from the file
     bool m_eof = false;
     bool m_failed = false;
 };

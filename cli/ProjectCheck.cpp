@@ -12,10 +12,13 @@
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
+#include <future>
 #include <map>
 #include <memory>
+#include <optional>
 #include <set>
 #include <sstream>
+#include <stdexcept>
 
 namespace slabadapt::cli {
 
@@ -39,10 +42,36 @@ public:
     void Add(Severity severity, const fs::path& file, std::size_t line, const std::string& kind,
              std::string message) {
         std::size_t& seen = m_seen[{file.string(), kind}];
-        if (++seen <= kFindingsPerKind)
+        if (++seen <= kFindingsPerKind) {
             m_findings.push_back({severity, file, line, std::move(message)});
-        else
+            m_kinds.push_back(kind);
+        } else {
             m_severity[{file.string(), kind}] = severity;
+        }
+    }
+
+    // Adds what another collector gathered over a later part of a file, as if it had been
+    // added here in the same order: its kept findings (lines moved by lineOffset) and then its
+    // count of cut ones per kind. `before(i)` is called ahead of its i-th kept finding (and
+    // once more at the end) for findings that only the merge can make; `skip(i)` drops one.
+    template <class Before, class Skip>
+    void Append(const Collector& part, std::size_t lineOffset, Before before, Skip skip) {
+        for (std::size_t i = 0; i < part.m_findings.size(); ++i) {
+            before(i);
+            if (skip(i))
+                continue;
+            const Finding& f = part.m_findings[i];
+            Add(f.severity, f.file, f.line + lineOffset, part.m_kinds[i], f.message);
+        }
+        before(part.m_findings.size());
+        // Every finding the part cut is beyond the cap here too (this one has seen at least as
+        // many of its kind); only the count and the last severity matter.
+        for (const auto& [where, seen] : part.m_seen) {
+            if (seen <= kFindingsPerKind)
+                continue;
+            m_seen[where] += seen - kFindingsPerKind;
+            m_severity[where] = part.m_severity.at(where);
+        }
     }
     void Error(const fs::path& file, std::size_t line, const std::string& kind, std::string m) {
         Add(Severity::Error, file, line, kind, std::move(m));
@@ -63,6 +92,7 @@ public:
 
 private:
     std::vector<Finding>& m_findings;
+    std::vector<std::string> m_kinds; // of each finding kept
     std::map<std::pair<std::string, std::string>, std::size_t> m_seen;
     std::map<std::pair<std::string, std::string>, Severity> m_severity;
 };
@@ -348,43 +378,33 @@ void CheckScannedElements(const fs::path& file, const ScannedFile& scan,
     }
 }
 
-// Reads a STRINTG file as the module would and reports everything that would make the module
-// read other values than the file shows.
-ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
-    ScannedFile scan;
-    std::error_code ec;
-    if (fs::exists(file, ec) && !fs::is_regular_file(file, ec)) {
-        // A FIFO would be read for ever (by the run too), a folder not at all.
-        out.Error(file, 0, "missing", "is not a regular file (a folder, a pipe or a device)");
-        return scan;
-    }
-    std::unique_ptr<std::FILE, int (*)(std::FILE*)> in(std::fopen(file.c_str(), "rb"),
-                                                       &std::fclose);
-    if (!in) {
-        out.Error(file, 0, "missing", "cannot be opened: the file is missing or unreadable");
-        return scan;
-    }
-    scan.opened = true;
-    CLineReader reader(in.get());
-    ElementExtent extent;
+// The records of one stretch of a STRINTG file, scanned on their own: what the whole file's
+// scan needs from the stretch, besides its findings.
+struct RecordStretch {
+    std::size_t lines = 0;     // lines read
+    long previous = 0;         // the last valid element number (0: none)
+    long first = 0;            // the first valid element number, compared by the merge
+    std::size_t firstLine = 0; // its line
+    std::size_t findingsBeforeFirst = 0;
+    std::size_t listed = 0;
+    bool beyondMesh = false;
+    std::size_t beyondFinding = 0; // index of the "beyond" finding among those kept
+    std::vector<ScannedElement> elements;
+};
+
+// Scans record lines (each line a record; numbering from firstNumber). With `ordered`, the
+// first record is compared with the element before it like every other; without, that
+// comparison is left to whoever knows the element before the stretch.
+void ScanRecords(CLineReader& reader, std::size_t firstNumber, const fs::path& file,
+                 const Project& project, long flags, const std::vector<std::string>& fields,
+                 bool ordered, RecordStretch& stretch, std::vector<Finding>& kept, Collector& out) {
     const auto& mesh = project.mesh;
-    long flags = 0;
-    std::vector<std::string> fields; // the columns of the record's value fields, in order
-    long previous = 0;
+    ElementExtent extent;
     std::string_view line;
-    std::size_t number = 0;
-    bool sawHeader = false;
+    std::size_t number = firstNumber - 1;
     while (reader.Next(line)) {
         ++number;
-        if (number == static_cast<std::size_t>(strintg::c_nHeaderLine)) {
-            sawHeader = true;
-            flags = ScanHeader(file, number, std::string(line), out);
-            fields = FieldColumns(flags);
-            continue;
-        }
-        if (number < static_cast<std::size_t>(strintg::c_nFirstRecordLine))
-            continue;
-
+        ++stretch.lines;
         const long element = RecordElement(line);
         if (element <= 0) {
             out.Error(file, number, "record",
@@ -393,38 +413,206 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
                              element));
             continue;
         }
-        if (element < previous)
+        if (stretch.first == 0) {
+            stretch.first = element;
+            stretch.firstLine = number;
+            stretch.findingsBeforeFirst = kept.size();
+        }
+        if ((ordered || stretch.previous != 0) && element < stretch.previous)
             out.Error(file, number, "order",
                       Format("element %ld follows element %ld: elements must be listed in "
                              "ascending order, or the module drops the ones behind",
-                             element, previous));
+                             element, stretch.previous));
         CheckRecordFields(file, number, element, line, fields, out);
-        previous = element;
-        scan.listed = static_cast<std::size_t>(element);
-        if (scan.listed > mesh.elements.size()) {
+        stretch.previous = element;
+        stretch.listed = static_cast<std::size_t>(element);
+        if (stretch.listed > mesh.elements.size()) {
             // Named once; nothing is kept for numbers the mesh does not have, so that a number
             // like 99999999 costs neither memory nor a walk over the gap.
-            if (!scan.beyondMesh)
+            if (!stretch.beyondMesh) {
+                stretch.beyondFinding = kept.size();
                 out.Error(file, number, "beyond",
                           Format("element %ld is beyond the mesh's %zu elements: the file "
                                  "belongs to another mesh",
                                  element, mesh.elements.size()));
-            scan.beyondMesh = true;
+            }
+            stretch.beyondMesh = true;
             continue;
         }
-        if (scan.elements.size() < scan.listed)
-            scan.elements.resize(scan.listed);
-        ScannedElement& entry = scan.elements[scan.listed - 1];
+        if (stretch.elements.size() < stretch.listed)
+            stretch.elements.resize(stretch.listed);
+        ScannedElement& entry = stretch.elements[stretch.listed - 1];
         if (entry.points == 0)
             entry.firstLine = number;
         ++entry.points;
-        if (scan.listed <= mesh.elements.size() && (flags & 0x7) == 0x7)
+        if ((flags & 0x7) == 0x7)
             CheckRecordPosition(file, number, element, line, flags, mesh, extent, out);
+    }
+}
+
+std::optional<double> g_scanSplitFraction; // set by tests: split every file there
+// A file this large is scanned in two halves at once, one on another thread.
+constexpr std::uintmax_t kSplitScanBytes = std::uintmax_t{64} << 20;
+
+// Where a second thread may take over: the start of a line in the file's middle, behind the
+// header (headerEnd is where the first record line starts). 0 = no split.
+std::size_t SplitPoint(std::FILE* in, std::uintmax_t size, std::size_t headerEnd) {
+    std::uintmax_t at = size / 2;
+    if (g_scanSplitFraction)
+        at = static_cast<std::uintmax_t>(*g_scanSplitFraction * static_cast<double>(size));
+    else if (size < kSplitScanBytes)
+        return 0;
+    at = std::max<std::uintmax_t>(at, headerEnd);
+    if (at >= size || std::fseek(in, static_cast<long>(at), SEEK_SET) != 0)
+        return 0;
+    char buffer[4096];
+    for (;;) {
+        const std::size_t got = std::fread(buffer, 1, sizeof buffer, in);
+        if (got == 0)
+            return 0;
+        if (const void* nl = std::memchr(buffer, '\n', got)) {
+            const auto split =
+                at + static_cast<std::uintmax_t>(static_cast<const char*>(nl) - buffer) + 1;
+            return split < size ? static_cast<std::size_t>(split) : 0;
+        }
+        at += got;
+    }
+}
+
+// Reads a STRINTG file as the module would and reports everything that would make the module
+// read other values than the file shows. A large file is read in two halves at once; their
+// findings are put together as one reading from the start would give them.
+ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
+    ScannedFile scan;
+    std::error_code ec;
+    if (fs::exists(file, ec) && !fs::is_regular_file(file, ec)) {
+        // A FIFO would be read for ever (by the run too), a folder not at all.
+        out.Error(file, 0, "missing", "is not a regular file (a folder, a pipe or a device)");
+        return scan;
+    }
+    using File = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
+    File in(std::fopen(file.c_str(), "rb"), &std::fclose);
+    if (!in) {
+        out.Error(file, 0, "missing", "cannot be opened: the file is missing or unreadable");
+        return scan;
+    }
+    scan.opened = true;
+    const auto& mesh = project.mesh;
+
+    // The lines before the records: the header (line 3) says which columns the fields hold.
+    CLineReader head(in.get());
+    std::string_view line;
+    std::size_t number = 0;
+    long flags = 0;
+    std::vector<std::string> fields; // the columns of the record's value fields, in order
+    bool sawHeader = false;
+    while (number + 1 < static_cast<std::size_t>(strintg::c_nFirstRecordLine) && head.Next(line)) {
+        ++number;
+        if (number == static_cast<std::size_t>(strintg::c_nHeaderLine)) {
+            sawHeader = true;
+            flags = ScanHeader(file, number, std::string(line), out);
+            fields = FieldColumns(flags);
+        }
     }
     if (!sawHeader) {
         out.Error(file, number, "header", "the file ends before its header line (line 3)");
         return scan;
     }
+    // Where the records start: the byte behind the header lines' last "\n".
+    std::size_t recordsStart = 0;
+    {
+        std::rewind(in.get());
+        std::size_t seen = 0;
+        char buffer[4096];
+        bool found = false;
+        while (!found) {
+            const std::size_t got = std::fread(buffer, 1, sizeof buffer, in.get());
+            if (got == 0)
+                break;
+            for (std::size_t i = 0; i < got && !found; ++i)
+                if (buffer[i] == '\n' && ++seen == number) {
+                    recordsStart += i + 1;
+                    found = true;
+                }
+            if (!found)
+                recordsStart += got;
+        }
+        if (!found) // the header's lines are the whole file
+            recordsStart = static_cast<std::size_t>(-1);
+    }
+    const std::uintmax_t size = fs::file_size(file, ec);
+    std::size_t split = 0;
+    if (!ec && recordsStart != static_cast<std::size_t>(-1))
+        split = SplitPoint(in.get(), size, recordsStart);
+    if (split != 0 && split <= recordsStart)
+        split = 0;
+
+    RecordStretch first;
+    std::vector<Finding> firstKept;
+    Collector firstOut(firstKept);
+    if (recordsStart != static_cast<std::size_t>(-1) &&
+        std::fseek(in.get(), static_cast<long>(recordsStart), SEEK_SET) == 0) {
+        const std::size_t firstLength = split != 0 ? split - recordsStart : SIZE_MAX;
+        std::future<void> second;
+        RecordStretch later;
+        std::vector<Finding> laterKept;
+        Collector laterOut(laterKept);
+        if (split != 0) {
+            second = std::async(std::launch::async, [&] {
+                File other(std::fopen(file.c_str(), "rb"), &std::fclose);
+                if (!other || std::fseek(other.get(), static_cast<long>(split), SEEK_SET) != 0)
+                    throw std::runtime_error(file.string() + ": cannot be read a second time");
+                CLineReader reader(other.get());
+                ScanRecords(reader, 1, file, project, flags, fields, false, later, laterKept,
+                            laterOut);
+            });
+        }
+        CLineReader reader(in.get(), firstLength);
+        ScanRecords(reader, number + 1, file, project, flags, fields, true, first, firstKept,
+                    firstOut);
+        out.Append(
+            firstOut, 0, [](std::size_t) {}, [](std::size_t) { return false; });
+        number += first.lines;
+        if (split != 0) {
+            second.get();
+            // The comparison of the second stretch's first record with the element before it,
+            // which only now is known, goes where a reading from the start would have made it.
+            out.Append(
+                laterOut, number,
+                [&](std::size_t i) {
+                    if (i == later.findingsBeforeFirst && later.first != 0 &&
+                        later.first < first.previous)
+                        out.Error(file, later.firstLine + number, "order",
+                                  Format("element %ld follows element %ld: elements must be "
+                                         "listed in ascending order, or the module drops the "
+                                         "ones behind",
+                                         later.first, first.previous));
+                },
+                [&](std::size_t i) {
+                    return first.beyondMesh && later.beyondMesh && i == later.beyondFinding;
+                });
+            // Merge the two stretches' elements; an element split between them counts its
+            // points in both and its first line in the first.
+            if (later.elements.size() > first.elements.size())
+                first.elements.resize(later.elements.size());
+            for (std::size_t e = 0; e < later.elements.size(); ++e) {
+                ScannedElement& entry = first.elements[e];
+                const ScannedElement& more = later.elements[e];
+                if (more.points == 0)
+                    continue;
+                if (entry.points == 0)
+                    entry.firstLine = more.firstLine + number;
+                entry.points += more.points;
+            }
+            if (later.first != 0)
+                first.listed = later.listed;
+            first.beyondMesh = first.beyondMesh || later.beyondMesh;
+            number += later.lines;
+        }
+    }
+    scan.listed = first.listed;
+    scan.beyondMesh = first.beyondMesh;
+    scan.elements = std::move(first.elements);
     scan.elements.resize(std::min(scan.listed, mesh.elements.size()));
     CheckScannedElements(file, scan, mesh, out);
     return scan;
@@ -513,6 +701,10 @@ bool IsPlainTrustedNumber(std::string_view text) {
             exponent = -exponent;
     }
     return p == end && places + exponent <= 150;
+}
+
+void SplitStrintgScansForTests(std::optional<double> fraction) {
+    g_scanSplitFraction = fraction;
 }
 
 bool IsTrustedValueField(std::string_view field) {

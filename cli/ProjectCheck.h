@@ -71,6 +71,11 @@ std::string SummaryLine(const CheckReport& report);
 // The report as a JSON object.
 std::string CheckReportJson(const CheckReport& report);
 
+// Large STRINTG files are checked in two halves at once. With a fraction, every file is split
+// at the first line that starts at or behind that fraction of its size (tests); without, the
+// usual rule applies.
+void SplitStrintgScansForTests(std::optional<double> fraction);
+
 // A STRINTG value field (trimmed) that strtod reads whole as a finite number of magnitude at
 // most 1e150: the check's test of every value.
 bool IsTrustedValueField(std::string_view field);

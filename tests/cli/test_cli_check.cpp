@@ -11,6 +11,8 @@
 #include <cmath>
 #include <cstdint>
 #include <cstdio>
+#include <functional>
+#include <optional>
 #include <string_view>
 
 using namespace fixture;
@@ -473,6 +475,80 @@ TEST(CheckFields, ThePlainFieldTestNeverPassesAFieldTheFullTestRejects) {
         text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
         ASSERT_EQ(IsPlainTrustedNumber(text), IsTrustedValueField(text)) << "\"" << field << "\"";
     }
+}
+
+// A large STRINTG file is checked in two halves at once. Wherever the file is split, the
+// findings must be those of one reading from the start: same findings, same order, same lines,
+// the same "... and N more" counts.
+TEST_F(CheckTest, AFileCheckedInTwoHalvesGivesTheFindingsOfOneReading) {
+    const std::vector<std::string> clean = Records();
+    const std::size_t firstRecord = 4; // index of line 5
+    std::uint64_t state = 77;
+    auto next = [&state](std::size_t n) {
+        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
+        return static_cast<std::size_t>((state >> 33) % n);
+    };
+    auto record = [&](const std::vector<std::string>& lines) {
+        return firstRecord + next(lines.size() - firstRecord);
+    };
+    using Spoil = std::function<void(std::vector<std::string>&)>;
+    const std::vector<Spoil> spoils = {
+        [&](auto& l) { std::swap(l[record(l)], l[record(l)]); },
+        [&](auto& l) { l.erase(l.begin() + static_cast<std::ptrdiff_t>(record(l))); },
+        [&](auto& l) {
+            const std::size_t i = record(l);
+            l.insert(l.begin() + static_cast<std::ptrdiff_t>(i), l[i]);
+        },
+        [&](auto& l) { l[record(l)].replace(0, 8, "       0"); },
+        [&](auto& l) { l[record(l)].replace(0, 8, "    9999"); },
+        [&](auto& l) { l[record(l)].replace(0, 8, std::to_string(10000000 + next(9))); },
+        [&](auto& l) { l[record(l)].replace(0, 8, "      " + std::to_string(10 + next(30))); },
+        [&](auto& l) { l[record(l)].replace(61, 15, "            abc"); },
+        [&](auto& l) { l[record(l)].replace(76, 15, "        1.5D+03"); },
+        [&](auto& l) { l[record(l)].replace(91, 15, "          1e999"); },
+        [&](auto& l) { l[record(l)].resize(70); },
+        [&](auto& l) {
+            l.insert(l.begin() + static_cast<std::ptrdiff_t>(record(l)), std::string());
+        },
+        [&](auto& l) { // a reversed block: more order findings than are shown
+            const std::size_t i = firstRecord + next(l.size() - firstRecord - 30);
+            std::reverse(l.begin() + static_cast<std::ptrdiff_t>(i),
+                         l.begin() + static_cast<std::ptrdiff_t>(i + 30));
+        },
+        [&](auto& l) {
+            for (std::size_t i = firstRecord; i < l.size(); i += 1 + next(7))
+                l[i].replace(61, 15, "            xyz");
+        },
+        [&](auto& l) {
+            for (auto& text : l)
+                text += "\r";
+        },
+    };
+    auto print = [](const CheckReport& r) {
+        std::ostringstream s;
+        for (const auto& f : r.findings)
+            s << static_cast<int>(f.severity) << " " << f.file.filename().string() << ":" << f.line
+              << " " << f.message << "\n";
+        return s.str();
+    };
+    long split = 0;
+    for (int variant = 0; variant < 60; ++variant) {
+        std::vector<std::string> lines = clean;
+        const std::size_t count = 1 + next(4);
+        for (std::size_t k = 0; k < count; ++k)
+            spoils[next(spoils.size())](lines);
+        WriteLines(Strintg(), lines);
+        slabadapt::cli::SplitStrintgScansForTests(std::nullopt);
+        const std::string whole = print(CheckProject(p, {7}));
+        for (double fraction : {0.02, 0.3, 0.5, 0.61, 0.97}) {
+            slabadapt::cli::SplitStrintgScansForTests(fraction);
+            const std::string halves = print(CheckProject(p, {7}));
+            EXPECT_EQ(halves, whole) << "variant " << variant << ", split at " << fraction;
+            ++split;
+        }
+    }
+    slabadapt::cli::SplitStrintgScansForTests(std::nullopt);
+    EXPECT_EQ(split, 300);
 }
 
 } // namespace
