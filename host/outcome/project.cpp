@@ -92,11 +92,19 @@ public:
                                    ? "cannot open the mesh file (" +
                                          std::string(std::strerror(errno)) + ")"
                                    : std::string("cannot open the mesh file: it does not exist"));
-        std::string line;
-        while (std::getline(in, line)) {
+        // The whole file in one piece, its lines views into it: no allocation per line.
+        m_text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        std::size_t at = 0;
+        while (at < m_text.size()) {
+            const std::size_t end = m_text.find('\n', at);
+            std::string_view line(m_text.data() + at,
+                                  (end == std::string::npos ? m_text.size() : end) - at);
             if (!line.empty() && line.back() == '\r')
-                line.pop_back();
-            m_lines.push_back(std::move(line));
+                line.remove_suffix(1);
+            m_lines.push_back(line);
+            if (end == std::string::npos)
+                break;
+            at = end + 1;
         }
     }
 
@@ -110,18 +118,24 @@ public:
     }
 
     // The next non-blank line; `what` says what was expected when the file ends.
-    const std::string& next(const std::string& what) {
+    std::string_view next(std::string_view what) {
         skipBlank();
         if (m_next >= m_lines.size())
-            fail(m_lines.size(), "unexpected end of file: expected " + what);
+            fail(m_lines.size(), "unexpected end of file: expected " + std::string(what));
         m_lineNo = m_next + 1;
         return m_lines[m_next++];
     }
 
     // The tokens of the next line, at least `minimum` of them.
-    std::vector<std::string_view> tokens(const std::string& what, std::size_t minimum) {
-        const std::string& line = next(what);
+    std::vector<std::string_view> tokens(std::string_view what, std::size_t minimum) {
         std::vector<std::string_view> out;
+        tokens(out, what, minimum);
+        return out;
+    }
+    // The same into `out`, whose storage is used again (for the lines of a long section).
+    void tokens(std::vector<std::string_view>& out, std::string_view what, std::size_t minimum) {
+        const std::string_view line = next(what);
+        out.clear();
         std::size_t i = 0;
         while (i < line.size()) {
             while (i < line.size() && (line[i] == ' ' || line[i] == '\t'))
@@ -133,19 +147,26 @@ public:
                 out.emplace_back(line.data() + start, i - start);
         }
         if (out.size() < minimum)
-            fail(m_lineNo, "expected " + what + ", found \"" + line + "\"");
-        return out;
+            fail(m_lineNo,
+                 "expected " + std::string(what) + ", found \"" + std::string(line) + "\"");
     }
 
     std::size_t lineNo() const { return m_lineNo; }
 
-    template <class Int> Int integer(std::string_view token, const std::string& what) const {
+    template <class Int> Int integer(std::string_view token, std::string_view what) const {
         Int value{};
         auto [end, ec] = std::from_chars(token.data(), token.data() + token.size(), value);
         if (ec != std::errc() || end != token.data() + token.size())
-            fail(m_lineNo,
-                 "expected " + what + " (an integer), found \"" + std::string(token) + "\"");
+            fail(m_lineNo, "expected " + std::string(what) + " (an integer), found \"" +
+                               std::string(token) + "\"");
         return value;
+    }
+
+    // A plain number, finite, read whole by from_chars: the usual coordinate, taken without
+    // building the words a message would need.
+    static bool plainReal(std::string_view token, double& value) {
+        auto [end, ec] = std::from_chars(token.data(), token.data() + token.size(), value);
+        return ec == std::errc() && end == token.data() + token.size() && std::isfinite(value);
     }
 
     double real(std::string_view token, const std::string& what) const {
@@ -176,9 +197,9 @@ public:
     }
 
     void expectEnd(const std::string& name) {
-        const std::string& line = next("$End" + name);
+        const std::string_view line = next("$End" + name);
         if (trimmed(line) != "$End" + name)
-            fail(m_lineNo, "expected $End" + name + ", found \"" + line + "\"");
+            fail(m_lineNo, "expected $End" + name + ", found \"" + std::string(line) + "\"");
     }
 
     static std::string_view trimmed(std::string_view s) {
@@ -196,9 +217,27 @@ private:
     }
 
     std::filesystem::path m_file;
-    std::vector<std::string> m_lines;
+    std::string m_text;
+    std::vector<std::string_view> m_lines;
     std::size_t m_next = 0;
     std::size_t m_lineNo = 0;
+};
+
+// "the coordinates of node N", what a coordinates line is called in messages, made without
+// the heap (it is needed for every node and used only when the line is wrong).
+class CoordinatesOf {
+public:
+    explicit CoordinatesOf(std::uint64_t tag) {
+        constexpr std::string_view head = "the coordinates of node ";
+        std::copy(head.begin(), head.end(), m_text);
+        const auto result = std::to_chars(m_text + head.size(), m_text + sizeof m_text, tag);
+        m_size = static_cast<std::size_t>(result.ptr - m_text);
+    }
+    operator std::string_view() const { return {m_text, m_size}; }
+
+private:
+    char m_text[48];
+    std::size_t m_size = 0;
 };
 
 struct RawNode {
@@ -224,11 +263,11 @@ public:
     Mesh read() {
         if (m_in.atEnd())
             m_in.fail(0, "the mesh file is empty; expected $MeshFormat");
-        const std::string& first = m_in.next("$MeshFormat");
+        const std::string_view first = m_in.next("$MeshFormat");
         if (MshLines::trimmed(first) != "$MeshFormat")
             m_in.fail(m_in.lineNo(),
-                      "expected $MeshFormat at the start of a Gmsh MSH file, found \"" + first +
-                          "\"");
+                      "expected $MeshFormat at the start of a Gmsh MSH file, found \"" +
+                          std::string(first) + "\"");
         readFormat();
         bool haveNodes = false;
         bool haveElements = false;
@@ -347,6 +386,10 @@ private:
 
     CKQPoint3D readPoint(const std::vector<std::string_view>& t, std::size_t first,
                          std::uint64_t tag) {
+        double x = 0.0, y = 0.0, z = 0.0;
+        if (MshLines::plainReal(t[first], x) && MshLines::plainReal(t[first + 1], y) &&
+            MshLines::plainReal(t[first + 2], z))
+            return {x, y, z};
         const std::string what = "coordinate of node " + std::to_string(tag);
         return {m_in.real(t[first], "the x " + what), m_in.real(t[first + 1], "the y " + what),
                 m_in.real(t[first + 2], "the z " + what)};
@@ -355,8 +398,9 @@ private:
     void readNodes2() {
         auto t = m_in.tokens("the number of nodes", 1);
         auto count = m_in.integer<std::size_t>(t[0], "the number of nodes");
+        std::vector<std::string_view> n;
         for (std::size_t i = 0; i < count; ++i) {
-            auto n = m_in.tokens("a node: tag x y z", 4);
+            m_in.tokens(n, "a node: tag x y z", 4);
             auto tag = m_in.integer<std::uint64_t>(n[0], "a node tag");
             addNode(tag, readPoint(n, 1, tag), m_in.lineNo());
         }
@@ -378,13 +422,16 @@ private:
             // The count is the file's word: nothing is allocated for it in advance, so a count
             // that the file does not hold ends at its last line with a message.
             std::vector<std::uint64_t> tags;
-            for (std::size_t i = 0; i < n; ++i)
-                tags.push_back(
-                    m_in.integer<std::uint64_t>(m_in.tokens("a node tag", 1)[0], "a node tag"));
+            std::vector<std::string_view> c;
+            for (std::size_t i = 0; i < n; ++i) {
+                m_in.tokens(c, "a node tag", 1);
+                tags.push_back(m_in.integer<std::uint64_t>(c[0], "a node tag"));
+            }
             const std::size_t values =
                 3 + (parametric != 0 ? static_cast<std::size_t>(std::max(dim, 0)) : 0);
+            m_nodes.reserve(m_nodes.size() + tags.size());
             for (std::size_t i = 0; i < n; ++i) {
-                auto c = m_in.tokens("the coordinates of node " + std::to_string(tags[i]), values);
+                m_in.tokens(c, CoordinatesOf(tags[i]), values);
                 addNode(tags[i], readPoint(c, 0, tags[i]), m_in.lineNo());
             }
             seen += n;
@@ -408,6 +455,7 @@ private:
                                          " node tags, the line has " +
                                          std::to_string(t.size() - std::min(t.size(), first)));
         RawElement e{tag, type, info->dimension, {}, std::move(physicals), entity, m_in.lineNo()};
+        e.nodes.reserve(static_cast<std::size_t>(info->nodes));
         for (int k = 0; k < info->nodes; ++k)
             e.nodes.push_back(
                 m_in.integer<std::uint64_t>(t[first + static_cast<std::size_t>(k)], "a node tag"));
@@ -419,8 +467,9 @@ private:
     void readElements2() {
         auto t = m_in.tokens("the number of elements", 1);
         auto count = m_in.integer<std::size_t>(t[0], "the number of elements");
+        std::vector<std::string_view> e;
         for (std::size_t i = 0; i < count; ++i) {
-            auto e = m_in.tokens("an element: tag type numTags tags... nodes...", 3);
+            m_in.tokens(e, "an element: tag type numTags tags... nodes...", 3);
             auto tag = m_in.integer<std::uint64_t>(e[0], "an element tag");
             int type = m_in.integer<int>(e[1], "an element type");
             auto nTags = m_in.integer<std::size_t>(e[2], "the number of element tags");
@@ -457,8 +506,9 @@ private:
             std::vector<int> phys;
             if (auto it = m_entityPhysicals.find({dim, entity}); it != m_entityPhysicals.end())
                 phys = it->second;
+            std::vector<std::string_view> e;
             for (std::size_t i = 0; i < n; ++i) {
-                auto e = m_in.tokens("an element: tag and node tags", 1);
+                m_in.tokens(e, "an element: tag and node tags", 1);
                 auto tag = m_in.integer<std::uint64_t>(e[0], "an element tag");
                 RawElement raw = element(e, 1, tag, type, phys, entity);
                 // A block holds elements of its entity's dimension. A line or point in the block
@@ -557,21 +607,52 @@ private:
 
         Mesh mesh;
         mesh.formatVersion = m_version;
-        // Nodes used by slab elements, in ascending Gmsh tag.
-        std::vector<std::uint64_t> used;
+        // Nodes used by slab elements, in ascending Gmsh tag, and the number each gets. Gmsh
+        // numbers nodes densely, so a table indexed by tag does; sparse tags take the general
+        // way (sort and a map).
+        std::uint64_t largestTag = 0;
+        std::size_t corners = 0;
         for (const auto& [tag, elements] : bySlab)
-            for (const RawElement* e : elements)
-                used.insert(used.end(), e->nodes.begin(), e->nodes.end());
-        std::sort(used.begin(), used.end());
-        used.erase(std::unique(used.begin(), used.end()), used.end());
+            for (const RawElement* e : elements) {
+                corners += e->nodes.size();
+                for (std::uint64_t n : e->nodes)
+                    largestTag = std::max(largestTag, n);
+            }
+        const bool dense = largestTag <= 4 * m_nodes.size() + 1024;
+        std::vector<unsigned long> denseId; // by tag; 0 = unused
         std::unordered_map<std::uint64_t, unsigned long> nodeId;
-        for (std::uint64_t tag : used) {
-            mesh.nodes.push_back({tag, m_nodes.at(tag).position});
-            nodeId[tag] = static_cast<unsigned long>(mesh.nodes.size());
+        if (dense) {
+            denseId.assign(static_cast<std::size_t>(largestTag) + 1, 0);
+            for (const auto& [tag, elements] : bySlab)
+                for (const RawElement* e : elements)
+                    for (std::uint64_t n : e->nodes)
+                        denseId[static_cast<std::size_t>(n)] = 1;
+            for (std::size_t tag = 0; tag < denseId.size(); ++tag) {
+                if (denseId[tag] == 0)
+                    continue;
+                mesh.nodes.push_back({tag, m_nodes.at(tag).position});
+                denseId[tag] = static_cast<unsigned long>(mesh.nodes.size());
+            }
+        } else {
+            std::vector<std::uint64_t> used;
+            used.reserve(corners);
+            for (const auto& [tag, elements] : bySlab)
+                for (const RawElement* e : elements)
+                    used.insert(used.end(), e->nodes.begin(), e->nodes.end());
+            std::sort(used.begin(), used.end());
+            used.erase(std::unique(used.begin(), used.end()), used.end());
+            for (std::uint64_t tag : used) {
+                mesh.nodes.push_back({tag, m_nodes.at(tag).position});
+                nodeId[tag] = static_cast<unsigned long>(mesh.nodes.size());
+            }
         }
+        auto idOf = [&](std::uint64_t tag) {
+            return dense ? denseId[static_cast<std::size_t>(tag)] : nodeId.at(tag);
+        };
         for (auto& [tag, elements] : bySlab) {
-            std::sort(elements.begin(), elements.end(),
-                      [](const RawElement* a, const RawElement* b) { return a->tag < b->tag; });
+            auto byTag = [](const RawElement* a, const RawElement* b) { return a->tag < b->tag; };
+            if (!std::is_sorted(elements.begin(), elements.end(), byTag))
+                std::sort(elements.begin(), elements.end(), byTag);
             MeshSlab slab;
             slab.physicalTag = tag;
             if (auto it = m_physicalNames.find({2, tag}); it != m_physicalNames.end())
@@ -584,8 +665,9 @@ private:
                 out.gmshTag = e->tag;
                 out.gmshType = e->type;
                 out.slab = static_cast<unsigned long>(mesh.slabs.size());
+                out.nodes.reserve(e->nodes.size());
                 for (std::uint64_t n : e->nodes)
-                    out.nodes.push_back(nodeId.at(n));
+                    out.nodes.push_back(idOf(n));
                 mesh.elements.push_back(std::move(out));
             }
         }

@@ -315,6 +315,34 @@ TEST_F(MeshReaderTest, BlockCountsMustAddUp) {
     EXPECT_THAT(e.what(), HasSubstr("$Nodes announces 4 nodes, its blocks hold 3"));
 }
 
+// Node tags far apart (numbered by another program, say) are numbered by ascending tag as
+// dense ones are.
+TEST_F(MeshReaderTest, SparseNodeTagsAreNumberedByAscendingTag) {
+    const auto file =
+        Write("sparse.msh", std::string(kHead22) + "$Nodes\n5\n"
+                                                   "9000000001 0 0 0\n"
+                                                   "5 1 0 0\n"
+                                                   "9000000003 1 1 0\n"
+                                                   "700000 0 1 0\n"
+                                                   "12 5 5 5\n"
+                                                   "$EndNodes\n"
+                                                   "$Elements\n2\n"
+                                                   "20 2 2 1 1 9000000001 5 9000000003\n"
+                                                   "10 2 2 1 1 9000000001 9000000003 700000\n"
+                                                   "$EndElements\n");
+    const Mesh mesh = ReadMesh(file);
+    ASSERT_EQ(mesh.nodes.size(), 4u); // node 12 is used by no element
+    const std::uint64_t tags[] = {5, 700000, 9000000001, 9000000003};
+    for (std::size_t i = 0; i < 4; ++i)
+        EXPECT_EQ(mesh.nodes[i].gmshTag, tags[i]);
+    EXPECT_EQ(mesh.nodes[1].position, CKQPoint3D(0, 1, 0));
+    ASSERT_EQ(mesh.elements.size(), 2u);
+    EXPECT_EQ(mesh.elements[0].gmshTag, 10u);
+    EXPECT_EQ(mesh.elements[0].nodes, (std::vector<unsigned long>{3, 4, 2}));
+    EXPECT_EQ(mesh.elements[1].gmshTag, 20u);
+    EXPECT_EQ(mesh.elements[1].nodes, (std::vector<unsigned long>{3, 1, 4}));
+}
+
 TEST_F(MeshReaderTest, DuplicateTags) {
     EXPECT_THAT(ErrorOf(std::string(kHead22) + "$Nodes\n2\n1 0 0 0\n1 1 0 0\n$EndNodes\n").what(),
                 HasSubstr(":7: node 1 is defined twice"));
