@@ -7,6 +7,10 @@
 #include <exception>
 #include <iostream>
 
+#if defined(__GLIBC__)
+#include <malloc.h>
+#endif
+
 namespace {
 
 // The estimator cannot be destroyed once a model it cannot take has stopped it half-way (a run
@@ -42,5 +46,13 @@ namespace {
 
 int main(int argc, char** argv) {
     std::set_terminate(OnTerminate);
+#if defined(__GLIBC__)
+    // Blocks of a megabyte and more (a mesh file's text, the readers' buffers, per-element
+    // tables) come from and go back to the system. glibc would otherwise raise this threshold
+    // each time such a block is freed and keep later ones on its heap, where memory freed in
+    // one stage of a run is not given back: 50 MB more peak memory on a model of 10^6
+    // elements, at no gain in speed.
+    mallopt(M_MMAP_THRESHOLD, 1 << 20);
+#endif
     return slabadapt::cli::Main(argc, argv, std::cout, std::cerr);
 }
