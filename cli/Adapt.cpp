@@ -87,14 +87,11 @@ std::vector<std::array<std::size_t, 2>> MeshEdges(const host::outcome::Mesh& mes
 // view, one ST or SQ entry per element with its nodes' coordinates and sizes.
 void WriteSizeField(const host::outcome::Mesh& mesh, const std::vector<double>& sizes,
                     const fs::path& file) {
-    std::vector<std::vector<unsigned long>> elements;
-    for (const auto& element : mesh.elements)
-        elements.push_back(element.nodes);
     std::vector<CKQPoint3D> nodes;
     for (const auto& node : mesh.nodes)
         nodes.push_back(node.position);
     try {
-        host::calclink::WriteSizeField(file, elements, sizes, nodes);
+        host::calclink::WriteMeshSizeField(file, mesh.elements, sizes, nodes);
     } catch (const std::exception& e) {
         throw AdaptFailure(kExitCannotWrite, "cannot write " + file.string() + ": " + e.what());
     }

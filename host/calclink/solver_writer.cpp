@@ -4,12 +4,16 @@
 #include "host/outcome/project.h"
 #include "host/win32/files.h"
 
+#include <algorithm>
 #include <charconv>
 #include <cmath>
 #include <cstdio>
+#include <functional>
+#include <future>
 #include <memory>
 #include <mutex>
 #include <optional>
+#include <span>
 #include <stdexcept>
 #include <string>
 
@@ -33,9 +37,13 @@ WriteMeshRefinementsHook SetWriteMeshRefinementsHook(WriteMeshRefinementsHook ho
     return hook;
 }
 
-void WriteSizeField(const std::filesystem::path& posFile,
-                    const std::vector<std::vector<unsigned long>>& elements,
-                    const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+namespace {
+
+// The nodes of element e, one-based.
+using NodesOf = std::function<std::span<const unsigned long>(std::size_t)>;
+
+void CheckSizeField(std::size_t elements, const NodesOf& nodesOf, const std::vector<double>& sizes,
+                    const std::vector<CKQPoint3D>& nodes) {
     if (sizes.size() != nodes.size())
         throw std::invalid_argument("the size field has " + std::to_string(sizes.size()) +
                                     " values for " + std::to_string(nodes.size()) + " nodes");
@@ -44,17 +52,57 @@ void WriteSizeField(const std::filesystem::path& posFile,
             throw std::invalid_argument(
                 "the size at node " + std::to_string(i + 1) +
                 " is not a positive finite number: " + std::to_string(sizes[i]));
-    for (std::size_t e = 0; e < elements.size(); ++e) {
-        if (elements[e].size() != 3 && elements[e].size() != 4)
+    for (std::size_t e = 0; e < elements; ++e) {
+        const std::span<const unsigned long> element = nodesOf(e);
+        if (element.size() != 3 && element.size() != 4)
             throw std::invalid_argument("element " + std::to_string(e + 1) + " has " +
-                                        std::to_string(elements[e].size()) +
-                                        " nodes; expected 3 or 4");
-        for (unsigned long n : elements[e])
+                                        std::to_string(element.size()) + " nodes; expected 3 or 4");
+        for (unsigned long n : element)
             if (n < 1 || n > nodes.size())
                 throw std::invalid_argument("element " + std::to_string(e + 1) +
                                             " references node " + std::to_string(n) +
                                             " outside 1.." + std::to_string(nodes.size()));
     }
+}
+
+// The entries of elements [first, last) of the view, appended to text. Numbers have 17
+// significant digits as "%.17g" prints them (every double reads back exactly), by
+// std::to_chars: no locale (Gmsh wants a full stop whatever the caller's), no printf per value.
+void FormatEntries(std::size_t first, std::size_t last, const NodesOf& nodesOf,
+                   const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes,
+                   std::string& text) {
+    auto number = [&text](double v) {
+        char digits[32];
+        const auto end =
+            std::to_chars(digits, digits + sizeof digits, v, std::chars_format::general, 17).ptr;
+        text.append(digits, end);
+    };
+    for (std::size_t e = first; e < last; ++e) {
+        const std::span<const unsigned long> element = nodesOf(e);
+        text += element.size() == 3 ? "ST(" : "SQ(";
+        for (std::size_t k = 0; k < element.size(); ++k) {
+            const CKQPoint3D& p = nodes[element[k] - 1];
+            if (k > 0)
+                text += ',';
+            number(p.x);
+            text += ',';
+            number(p.y);
+            text += ',';
+            number(p.z);
+        }
+        text += "){";
+        for (std::size_t k = 0; k < element.size(); ++k) {
+            if (k > 0)
+                text += ',';
+            number(sizes[element[k] - 1]);
+        }
+        text += "};\n";
+    }
+}
+
+void WriteView(const std::filesystem::path& posFile, std::size_t elements, const NodesOf& nodesOf,
+               const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+    CheckSizeField(elements, nodesOf, sizes, nodes);
 
     // Written to a temporary name and renamed, so that a mesher never reads half a field.
     const std::filesystem::path temporary = host::win32::TemporaryPathBeside(posFile);
@@ -63,47 +111,35 @@ void WriteSizeField(const std::filesystem::path& posFile,
     if (!out)
         throw std::runtime_error("cannot write " + temporary.string());
     std::FILE* f = out.get();
-    // 17 significant digits as "%.17g" prints them (every double reads back exactly), by
-    // std::to_chars: no locale (Gmsh wants a full stop whatever the caller's), no printf per
-    // value. The text goes out in blocks of about a megabyte.
-    std::string block;
-    block.reserve((1u << 20) + 1024);
-    auto number = [&block](double v) {
-        char digits[32];
-        const auto end =
-            std::to_chars(digits, digits + sizeof digits, v, std::chars_format::general, 17).ptr;
-        block.append(digits, end);
-    };
     bool written = true;
-    auto flush = [&] {
-        written = written && std::fwrite(block.data(), 1, block.size(), f) == block.size();
-        block.clear();
+    auto write = [&](const std::string& text) {
+        written = written && std::fwrite(text.data(), 1, text.size(), f) == text.size();
     };
-    block += "View \"refinement\" {\n";
-    for (const auto& element : elements) {
-        block += element.size() == 3 ? "ST(" : "SQ(";
-        for (std::size_t k = 0; k < element.size(); ++k) {
-            const CKQPoint3D& p = nodes[element[k] - 1];
-            if (k > 0)
-                block += ',';
-            number(p.x);
-            block += ',';
-            number(p.y);
-            block += ',';
-            number(p.z);
+    write("View \"refinement\" {\n");
+    // Blocks of elements go out in order, a few megabytes at a time; while one block is
+    // formatted here, the next is formatted on a second thread (the numbers are most of the
+    // work: 16 to an element).
+    constexpr std::size_t kBlock = 32768;
+    std::string here;
+    std::string there;
+    for (std::size_t first = 0; first < elements; first += 2 * kBlock) {
+        const std::size_t middle = std::min(first + kBlock, elements);
+        const std::size_t last = std::min(first + 2 * kBlock, elements);
+        std::future<void> other;
+        if (middle < last)
+            other = std::async(std::launch::async, [&, middle, last] {
+                there.clear();
+                FormatEntries(middle, last, nodesOf, sizes, nodes, there);
+            });
+        here.clear();
+        FormatEntries(first, middle, nodesOf, sizes, nodes, here);
+        write(here);
+        if (other.valid()) {
+            other.get();
+            write(there);
         }
-        block += "){";
-        for (std::size_t k = 0; k < element.size(); ++k) {
-            if (k > 0)
-                block += ',';
-            number(sizes[element[k] - 1]);
-        }
-        block += "};\n";
-        if (block.size() >= (1u << 20))
-            flush();
     }
-    block += "};\n";
-    flush();
+    write("};\n");
     if (!written || std::fflush(f) != 0 || std::ferror(f)) {
         out.reset();
         std::error_code ignored;
@@ -117,6 +153,26 @@ void WriteSizeField(const std::filesystem::path& posFile,
         std::filesystem::remove(temporary, ec);
         throw std::runtime_error("cannot write " + posFile.string());
     }
+}
+
+} // namespace
+
+void WriteSizeField(const std::filesystem::path& posFile,
+                    const std::vector<std::vector<unsigned long>>& elements,
+                    const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+    WriteView(
+        posFile, elements.size(),
+        [&elements](std::size_t e) { return std::span<const unsigned long>(elements[e]); }, sizes,
+        nodes);
+}
+
+void WriteMeshSizeField(const std::filesystem::path& posFile,
+                        const std::vector<host::outcome::MeshElement>& elements,
+                        const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+    WriteView(
+        posFile, elements.size(),
+        [&elements](std::size_t e) { return std::span<const unsigned long>(elements[e].nodes); },
+        sizes, nodes);
 }
 
 } // namespace host::calclink
@@ -145,11 +201,7 @@ void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath,
     if (nodes.size() != mesh.nodes.size())
         throw std::invalid_argument("the size field has " + std::to_string(nodes.size()) +
                                     " nodes, the mesh " + std::to_string(mesh.nodes.size()));
-    std::vector<std::vector<unsigned long>> elements;
-    elements.reserve(mesh.elements.size());
-    for (const auto& e : mesh.elements)
-        elements.push_back(e.nodes);
-    host::calclink::WriteSizeField(host::outcome::ProjectFile(project, ".refine.pos"), elements,
-                                   refinement, nodes);
+    host::calclink::WriteMeshSizeField(host::outcome::ProjectFile(project, ".refine.pos"),
+                                       mesh.elements, refinement, nodes);
     host::framework::MarkStage("size field written");
 }

@@ -1,6 +1,7 @@
 #pragma once
 // The solver-data writer: hands the refinement field to the mesher.
 #include "host/framework/cstring.h"
+#include "host/outcome/project.h"
 #include "host/shapekit/point3d.h"
 
 #include <filesystem>
@@ -31,6 +32,10 @@ namespace host::calclink {
 void WriteSizeField(const std::filesystem::path& posFile,
                     const std::vector<std::vector<unsigned long>>& elements,
                     const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes);
+// The same over a mesh's elements (their node ids), without copying them.
+void WriteMeshSizeField(const std::filesystem::path& posFile,
+                        const std::vector<host::outcome::MeshElement>& elements,
+                        const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes);
 
 // A test seam: while set, CSolverFEMcoWriter::WriteMeshRefinements hands its three arguments
 // to the hook, exactly as it received them, instead of reading P.msh and writing

@@ -6,6 +6,8 @@
 #include <gmock/gmock.h>
 
 #include <clocale>
+#include <cstdint>
+#include <cstdio>
 #include <map>
 #include <regex>
 #include <set>
@@ -321,6 +323,60 @@ TEST_F(SolverWriterTest, NumbersAreWrittenAsPrintfWritesThemWithSeventeenDigits)
     }
     expected += "};\n";
     EXPECT_EQ(Read(file), expected);
+}
+
+// A large field is formatted in blocks, two at a time on two threads: the file must still be
+// the entries in element order, byte for byte, with triangles and quadrilaterals mixed, and the
+// same whether the elements come as lists or as a mesh's elements.
+TEST_F(SolverWriterTest, AFieldOfManyBlocksIsWrittenInElementOrder) {
+    std::vector<CKQPoint3D> nodes;
+    std::vector<double> sizes;
+    std::uint64_t state = 5;
+    auto next = [&state] {
+        state = state * 6364136223846793005ULL + 1442695040888963407ULL;
+        return static_cast<double>(state >> 11) / static_cast<double>(1ULL << 53);
+    };
+    const unsigned long nodeCount = 1000;
+    for (unsigned long n = 0; n < nodeCount; ++n) {
+        nodes.emplace_back(100 * next() - 50, 1e-3 * next(), next() * 1e5);
+        sizes.push_back(0.01 + next());
+    }
+    std::vector<std::vector<unsigned long>> elements;
+    std::vector<host::outcome::MeshElement> meshElements;
+    for (unsigned long e = 0; e < 70001; ++e) { // two blocks and a piece of a third
+        std::vector<unsigned long> element;
+        const unsigned long corners = e % 7 == 0 ? 3 : 4;
+        for (unsigned long k = 0; k < corners; ++k)
+            element.push_back(1 + (e * 13 + k * 101) % nodeCount);
+        elements.push_back(element);
+        host::outcome::MeshElement m;
+        m.nodes = element;
+        meshElements.push_back(m);
+    }
+    auto printed = [](double v) {
+        char buffer[64];
+        std::snprintf(buffer, sizeof buffer, "%.17g", v);
+        return std::string(buffer);
+    };
+    std::string expected = "View \"refinement\" {\n";
+    for (const auto& element : elements) {
+        expected += element.size() == 3 ? "ST(" : "SQ(";
+        for (std::size_t k = 0; k < element.size(); ++k) {
+            const CKQPoint3D& p = nodes[element[k] - 1];
+            expected += (k > 0 ? "," : "") + printed(p.x) + "," + printed(p.y) + "," + printed(p.z);
+        }
+        expected += "){";
+        for (std::size_t k = 0; k < element.size(); ++k)
+            expected += (k > 0 ? "," : "") + printed(sizes[element[k] - 1]);
+        expected += "};\n";
+    }
+    expected += "};\n";
+    const auto lists = Dir() / "lists.pos";
+    host::calclink::WriteSizeField(lists, elements, sizes, nodes);
+    EXPECT_TRUE(Read(lists) == expected) << "the file differs from the entries in order";
+    const auto mesh = Dir() / "mesh.pos";
+    host::calclink::WriteMeshSizeField(mesh, meshElements, sizes, nodes);
+    EXPECT_TRUE(Read(mesh) == expected);
 }
 
 } // namespace
