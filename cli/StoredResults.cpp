@@ -53,6 +53,10 @@ StoredResults ReadStoredResults(const fs::path& project, const host::outcome::Pr
                     ? data->name
                     : model->mesh.slabs[static_cast<std::size_t>(slab.slab) - 1].physicalName;
         }
+        slab.elementIds.reserve(table->GetCountOfRows());
+        slab.rows.reserve(table->GetCountOfRows());
+        if (slab.envelope)
+            slab.governing.reserve(table->GetCountOfRows());
         for (unsigned long r = 0; r < table->GetCountOfRows(); ++r) {
             slab.elementIds.push_back(table->GetElementId(r));
             std::array<double, 4> row;

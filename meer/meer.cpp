@@ -210,7 +210,7 @@ Dvctr* NodalValueStore::make(std::int32_t k) {
     const auto need = static_cast<std::size_t>(std::max(k, std::int32_t{0}));
     if (left_ < need) {
         const std::size_t size = std::max(need * kBlock, std::size_t{1});
-        slabs_.push_back(std::make_unique<double[]>(size));
+        slabs_.push_back(std::make_unique_for_overwrite<double[]>(size)); // zeroed per vector
         free_ = slabs_.back().get();
         left_ = size;
     }
@@ -800,7 +800,11 @@ void MEER::take_element_mean(const NODE& centre, std::int32_t e, const FitQuanti
 // ---------------------------------------------------------------------------------------
 
 double MEER::ip_shape_functions(std::int32_t e, std::int32_t j, double* shape) {
-    const MEER_ElemDisplInterpol edi = give_element_EDI(e);
+    return ip_shape_functions(e, j, give_element_EDI(e), shape);
+}
+
+double MEER::ip_shape_functions(std::int32_t e, std::int32_t j, MEER_ElemDisplInterpol edi,
+                                double* shape) {
     double xi[3] = {0.0, 0.0, 0.0};
     double w = give_IPs2_coords_natural(e, static_cast<int>(j), xi);
     switch (edi) {
@@ -877,11 +881,13 @@ void MEER::compute_element_errors() {
             s2_.resize(static_cast<std::size_t>(k));
         }
         const double fac = give_element_thickness_reduced(e) * give_element_area(e);
+        // An element's interpolation is asked once, not at each of its points.
+        const MEER_ElemDisplInterpol edi = nip > 0 ? give_element_EDI(e) : MEER_EDI_TRIANGLE_LINEAR;
         double error2 = elem_error2[e];
         double norm2 = elem_norm2[e];
         for (std::int32_t j = 0; j < nip; ++j) {
             double shape[4];
-            const double w = ip_shape_functions(e, j, shape);
+            const double w = ip_shape_functions(e, j, edi, shape);
             double* s1 = s1_.data();
             double* s2 = s2_.data();
             if (use1)

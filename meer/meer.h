@@ -195,6 +195,9 @@ protected:
     // Shape functions (4 entries, unused ones 0) at error-integration point j of e; returns
     // the point's weight scaled so that weight x area integrates over the element.
     double ip_shape_functions(std::int32_t e, std::int32_t j, double* shape);
+    // The same for an element whose interpolation is already known.
+    double ip_shape_functions(std::int32_t e, std::int32_t j, MEER_ElemDisplInterpol edi,
+                              double* shape);
 
 private:
     // One quantity of a patch fit: its kind, its row of nodal values, its counter and the
