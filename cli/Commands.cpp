@@ -352,6 +352,8 @@ std::vector<StageTiming> StagesOf(const std::vector<host::framework::StageMark>&
                 {what, to->seconds - from->seconds, to->peakMegabytes, to->heapMegabytes});
     };
     stage("check the project", first("start"), first("checked"));
+    stage("  of which P.msh and P.toml", first("start"), first("project checked"));
+    stage("  of which the STRINTG files", first("project checked"), first("checked"));
     stage("open the project (P.msh, P.toml)", first("pass"), first("project opened"));
     // The estimator marks its set-up and its run; a pass that stops before them has the
     // reading alone, up to its first save.

@@ -11,6 +11,8 @@ namespace slabadapt::cli {
 std::string ProgressLine::StageBegunBy(const std::string& mark) {
     if (mark == "start")
         return "checking the project";
+    if (mark == "project checked")
+        return "checking the STRINTG files";
     if (mark == "checked")
         return {}; // the findings are printed now
     if (mark == "pass")

@@ -4,6 +4,7 @@
 #include "adaptivity/LineReader.h"
 #include "adaptivity/StrintgFormat.h"
 #include "cli/Json.h"
+#include "host/framework/stage_clock.h"
 #include "host/outcome/combinations.h"
 
 #include <algorithm>
@@ -734,6 +735,7 @@ CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadC
     }
     const Project& model = *report.model;
     CheckMesh(model, out);
+    host::framework::MarkStage("project checked"); // the STRINTG files follow
 
     const fs::path toml = host::outcome::ProjectFile(project, ".toml");
     if (!model.data) {

@@ -16,6 +16,7 @@ using slabadapt::cli::StagesOf;
 
 TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
     const std::vector<StageMark> marks = {{"start", 10.0, 5},
+                                          {"project checked", 10.25, 6},
                                           {"checked", 11.0, 6},
                                           {"pass", 11.5, 6},
                                           {"project opened", 12.0, 7},
@@ -33,6 +34,8 @@ TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
     const auto stages = StagesOf(marks);
     const std::vector<std::pair<std::string, double>> expected = {
         {"check the project", 1.0},
+        {"  of which P.msh and P.toml", 0.25},
+        {"  of which the STRINTG files", 0.75},
         {"open the project (P.msh, P.toml)", 0.5},
         {"read the STRINTG files", 1.0},
         {"set up the estimator's records", 0.25},
@@ -46,8 +49,8 @@ TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
         EXPECT_EQ(stages[i].stage, expected[i].first);
         EXPECT_DOUBLE_EQ(stages[i].seconds, expected[i].second) << expected[i].first;
     }
-    EXPECT_EQ(stages[5].peakMegabytes, 10.0); // at the last save
-    EXPECT_EQ(stages[2].heapMegabytes, 7.5);  // in use when the set-up began
+    EXPECT_EQ(stages[7].peakMegabytes, 10.0); // at the last save
+    EXPECT_EQ(stages[4].heapMegabytes, 7.5);  // in use when the set-up began
 }
 
 TEST(StagesOf, APassThatStopsBeforeTheEstimatorReadsUpToItsFirstSave) {
