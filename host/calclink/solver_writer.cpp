@@ -116,10 +116,10 @@ void WriteView(const std::filesystem::path& posFile, std::size_t elements, const
         written = written && std::fwrite(text.data(), 1, text.size(), f) == text.size();
     };
     write("View \"refinement\" {\n");
-    // Blocks of elements go out in order, a few megabytes at a time; while one block is
+    // Blocks of elements go out in order, about a megabyte at a time; while one block is
     // formatted here, the next is formatted on a second thread (the numbers are most of the
     // work: 16 to an element).
-    constexpr std::size_t kBlock = 32768;
+    constexpr std::size_t kBlock = 4096;
     std::string here;
     std::string there;
     for (std::size_t first = 0; first < elements; first += 2 * kBlock) {

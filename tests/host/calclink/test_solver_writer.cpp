@@ -343,7 +343,7 @@ TEST_F(SolverWriterTest, AFieldOfManyBlocksIsWrittenInElementOrder) {
     }
     std::vector<std::vector<unsigned long>> elements;
     std::vector<host::outcome::MeshElement> meshElements;
-    for (unsigned long e = 0; e < 70001; ++e) { // two blocks and a piece of a third
+    for (unsigned long e = 0; e < 20001; ++e) { // four pairs of blocks and a piece of a fifth
         std::vector<unsigned long> element;
         const unsigned long corners = e % 7 == 0 ? 3 : 4;
         for (unsigned long k = 0; k < corners; ++k)
