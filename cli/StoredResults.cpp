@@ -7,7 +7,6 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
-#include <ranges>
 #include <string>
 #include <string_view>
 
@@ -129,6 +128,26 @@ std::vector<double> GoverningPasses(const StoredResults& results, std::size_t el
     return passes;
 }
 
+namespace {
+
+// A mesh element's one-based node ids, read as zero-based indices.
+struct ZeroBased {
+    const std::vector<unsigned long>& nodes;
+    struct Iterator {
+        const unsigned long* at;
+        unsigned long operator*() const { return *at - 1; }
+        Iterator& operator++() {
+            ++at;
+            return *this;
+        }
+        bool operator!=(const Iterator& other) const { return at != other.at; }
+    };
+    Iterator begin() const { return {nodes.data()}; }
+    Iterator end() const { return {nodes.data() + nodes.size()}; }
+};
+
+} // namespace
+
 std::vector<double> NodalSizes(const host::outcome::Mesh& mesh,
                                const std::vector<std::array<double, 4>>& elementColumns) {
     const std::size_t elements = std::min(mesh.elements.size(), elementColumns.size());
@@ -137,8 +156,7 @@ std::vector<double> NodalSizes(const host::outcome::Mesh& mesh,
         elementSizes[e] = elementColumns[e][results::kNewSizeColumn];
     const auto elementsAtNode =
         results::NodeElementLists::Build(mesh.nodes.size(), elements, [&mesh](std::size_t e) {
-            return mesh.elements[e].nodes |
-                   std::views::transform([](unsigned long n) { return n - 1; });
+            return ZeroBased{mesh.elements[e].nodes};
         });
     return results::AverageOnNodes(elementsAtNode, elementSizes);
 }
