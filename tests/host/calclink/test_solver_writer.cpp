@@ -14,6 +14,29 @@
 
 namespace {
 
+// The view as printf writes it: "%.17g" for every number, the entries in element order.
+std::string PrintfView(const std::vector<std::vector<unsigned long>>& elements,
+                       const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+    auto printed = [](double v) {
+        char buffer[64];
+        std::snprintf(buffer, sizeof buffer, "%.17g", v);
+        return std::string(buffer);
+    };
+    std::string view = "View \"refinement\" {\n";
+    for (const auto& element : elements) {
+        view += element.size() == 3 ? "ST(" : "SQ(";
+        for (std::size_t k = 0; k < element.size(); ++k) {
+            const CKQPoint3D& p = nodes[element[k] - 1];
+            view += (k > 0 ? "," : "") + printed(p.x) + "," + printed(p.y) + "," + printed(p.z);
+        }
+        view += "){";
+        for (std::size_t k = 0; k < element.size(); ++k)
+            view += (k > 0 ? "," : "") + printed(sizes[element[k] - 1]);
+        view += "};\n";
+    }
+    return view + "};\n";
+}
+
 using host::outcome::Mesh;
 using host::outcome::ReadMesh;
 using hosttest::DataDir;
@@ -296,32 +319,7 @@ TEST_F(SolverWriterTest, NumbersAreWrittenAsPrintfWritesThemWithSeventeenDigits)
     const auto file = Dir() / "numbers.pos";
     host::calclink::WriteSizeField(file, elements, sizes, nodes);
 
-    auto printed = [](double v) {
-        char buffer[64];
-        std::snprintf(buffer, sizeof buffer, "%.17g", v);
-        return std::string(buffer);
-    };
-    std::string expected = "View \"refinement\" {\n";
-    for (const auto& element : elements) {
-        expected += "ST(";
-        for (std::size_t k = 0; k < 3; ++k) {
-            const CKQPoint3D& p = nodes[element[k] - 1];
-            const double xyz[3] = {p.x, p.y, p.z};
-            for (int c = 0; c < 3; ++c) {
-                if (k > 0 || c > 0)
-                    expected += ',';
-                expected += printed(xyz[c]);
-            }
-        }
-        expected += "){";
-        for (std::size_t k = 0; k < 3; ++k) {
-            if (k > 0)
-                expected += ',';
-            expected += printed(sizes[element[k] - 1]);
-        }
-        expected += "};\n";
-    }
-    expected += "};\n";
+    const std::string expected = PrintfView(elements, sizes, nodes);
     EXPECT_EQ(Read(file), expected);
 }
 
@@ -353,24 +351,7 @@ TEST_F(SolverWriterTest, AFieldOfManyBlocksIsWrittenInElementOrder) {
         m.nodes = element;
         meshElements.push_back(m);
     }
-    auto printed = [](double v) {
-        char buffer[64];
-        std::snprintf(buffer, sizeof buffer, "%.17g", v);
-        return std::string(buffer);
-    };
-    std::string expected = "View \"refinement\" {\n";
-    for (const auto& element : elements) {
-        expected += element.size() == 3 ? "ST(" : "SQ(";
-        for (std::size_t k = 0; k < element.size(); ++k) {
-            const CKQPoint3D& p = nodes[element[k] - 1];
-            expected += (k > 0 ? "," : "") + printed(p.x) + "," + printed(p.y) + "," + printed(p.z);
-        }
-        expected += "){";
-        for (std::size_t k = 0; k < element.size(); ++k)
-            expected += (k > 0 ? "," : "") + printed(sizes[element[k] - 1]);
-        expected += "};\n";
-    }
-    expected += "};\n";
+    const std::string expected = PrintfView(elements, sizes, nodes);
     const auto lists = Dir() / "lists.pos";
     host::calclink::WriteSizeField(lists, elements, sizes, nodes);
     EXPECT_TRUE(Read(lists) == expected) << "the file differs from the entries in order";
