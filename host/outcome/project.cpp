@@ -10,6 +10,7 @@
 #include <memory>
 #include <mutex>
 #include <set>
+#include <span>
 #include <sstream>
 #include <string_view>
 #include <sys/stat.h>
@@ -93,7 +94,17 @@ public:
                                          std::string(std::strerror(errno)) + ")"
                                    : std::string("cannot open the mesh file: it does not exist"));
         // The whole file in one piece, its lines views into it: no allocation per line.
-        m_text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        in.seekg(0, std::ios::end);
+        const std::streamoff size = in.tellg();
+        in.seekg(0, std::ios::beg);
+        if (size > 0 && in) {
+            m_text.resize(static_cast<std::size_t>(size));
+            in.read(m_text.data(), size);
+            m_text.resize(static_cast<std::size_t>(in.gcount()));
+        } else { // no size to be had: read to the end
+            in.clear();
+            m_text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
+        }
         std::size_t at = 0;
         while (at < m_text.size()) {
             const std::size_t end = m_text.find('\n', at);
@@ -245,12 +256,16 @@ struct RawNode {
     std::size_t line;
 };
 
+// An element as the file gives it. Its node tags lie in the reader's one array of them, its
+// physical tags in a set shared by the elements that have the same (a block's, in 4.1): no
+// heap of its own, as a mesh has millions of elements.
 struct RawElement {
     std::uint64_t tag;
     int type;
     int dimension;
-    std::vector<std::uint64_t> nodes; // Gmsh node tags
-    std::vector<int> physicals;
+    std::size_t firstNode; // in the reader's node tags
+    std::size_t nodeCount;
+    const std::vector<int>* physicals;
     int entity;
     std::size_t line;
 };
@@ -442,8 +457,20 @@ private:
         m_in.expectEnd("Nodes");
     }
 
+    // The element's Gmsh node tags.
+    std::span<const std::uint64_t> nodesOf(const RawElement& e) const {
+        return {m_elementNodes.data() + e.firstNode, e.nodeCount};
+    }
+
+    // The one shared copy of a set of physical tags.
+    const std::vector<int>* physicalSet(const std::vector<int>& tags) {
+        auto [it, added] = m_physicalSets.insert(tags);
+        (void)added;
+        return &*it;
+    }
+
     RawElement element(const std::vector<std::string_view>& t, std::size_t first, std::uint64_t tag,
-                       int type, std::vector<int> physicals, int entity) {
+                       int type, const std::vector<int>* physicals, int entity) {
         const ElementTypeInfo* info = elementType(type);
         if (info == nullptr)
             m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) +
@@ -454,11 +481,12 @@ private:
                                          ") needs " + std::to_string(info->nodes) +
                                          " node tags, the line has " +
                                          std::to_string(t.size() - std::min(t.size(), first)));
-        RawElement e{tag, type, info->dimension, {}, std::move(physicals), entity, m_in.lineNo()};
-        e.nodes.reserve(static_cast<std::size_t>(info->nodes));
+        RawElement e{tag, type,      info->dimension, m_elementNodes.size(),
+                     0,   physicals, entity,          m_in.lineNo()};
         for (int k = 0; k < info->nodes; ++k)
-            e.nodes.push_back(
+            m_elementNodes.push_back(
                 m_in.integer<std::uint64_t>(t[first + static_cast<std::size_t>(k)], "a node tag"));
+        e.nodeCount = static_cast<std::size_t>(info->nodes);
         if (!m_elementTags.insert(tag).second)
             m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " is defined twice");
         return e;
@@ -485,7 +513,7 @@ private:
             }
             if (nTags >= 2)
                 entity = m_in.integer<int>(e[4], "an entity tag");
-            m_elements.push_back(element(e, 3 + nTags, tag, type, std::move(phys), entity));
+            m_elements.push_back(element(e, 3 + nTags, tag, type, physicalSet(phys), entity));
         }
         m_in.expectEnd("Elements");
     }
@@ -506,11 +534,12 @@ private:
             std::vector<int> phys;
             if (auto it = m_entityPhysicals.find({dim, entity}); it != m_entityPhysicals.end())
                 phys = it->second;
+            const std::vector<int>* blockPhysicals = physicalSet(phys);
             std::vector<std::string_view> e;
             for (std::size_t i = 0; i < n; ++i) {
                 m_in.tokens(e, "an element: tag and node tags", 1);
                 auto tag = m_in.integer<std::uint64_t>(e[0], "an element tag");
-                RawElement raw = element(e, 1, tag, type, phys, entity);
+                RawElement raw = element(e, 1, tag, type, blockPhysicals, entity);
                 // A block holds elements of its entity's dimension. A line or point in the block
                 // of a surface lies inside that surface, and so inside its slab.
                 if (raw.dimension != dim) {
@@ -549,7 +578,7 @@ private:
                 surfaceTags.insert(key.second);
         for (const RawElement& e : m_elements)
             if (e.dimension == 2)
-                surfaceTags.insert(e.physicals.begin(), e.physicals.end());
+                surfaceTags.insert(e.physicals->begin(), e.physicals->end());
 
         std::map<int, std::vector<const RawElement*>> bySlab;
         for (const RawElement& e : m_elements) {
@@ -567,11 +596,11 @@ private:
                 // version 4.1 can put a line inside a surface; readElements4 refuses that.
                 continue;
             }
-            if (e.physicals.empty())
+            if (e.physicals->empty())
                 m_in.fail(e.line,
                           id + " (surface " + std::to_string(e.entity) +
                               ") is in no physical surface; each slab must be a Physical Surface");
-            if (e.physicals.size() > 1)
+            if (e.physicals->size() > 1)
                 m_in.fail(e.line, id + " (surface " + std::to_string(e.entity) +
                                       ") is in more than one physical surface; a surface element "
                                       "belongs to one slab");
@@ -580,16 +609,16 @@ private:
                                       std::to_string(e.type) +
                                       "); slabs take 3-node triangles (type 2) and 4-node "
                                       "quadrilaterals (type 3) only");
-            for (std::size_t k = 0; k < e.nodes.size(); ++k) {
-                if (m_nodes.count(e.nodes[k]) == 0)
-                    m_in.fail(e.line, id + " references node " + std::to_string(e.nodes[k]) +
+            const std::span<const std::uint64_t> nodes = nodesOf(e);
+            for (std::size_t k = 0; k < nodes.size(); ++k) {
+                if (m_nodes.count(nodes[k]) == 0)
+                    m_in.fail(e.line, id + " references node " + std::to_string(nodes[k]) +
                                           ", which $Nodes does not define");
                 for (std::size_t j = 0; j < k; ++j)
-                    if (e.nodes[j] == e.nodes[k])
-                        m_in.fail(e.line,
-                                  id + " uses node " + std::to_string(e.nodes[k]) + " twice");
+                    if (nodes[j] == nodes[k])
+                        m_in.fail(e.line, id + " uses node " + std::to_string(nodes[k]) + " twice");
             }
-            bySlab[e.physicals.front()].push_back(&e);
+            bySlab[e.physicals->front()].push_back(&e);
         }
         if (surfaceTags.empty()) {
             // Nothing at all (no element of any dimension): an empty mesh, when the caller
@@ -614,8 +643,8 @@ private:
         std::size_t corners = 0;
         for (const auto& [tag, elements] : bySlab)
             for (const RawElement* e : elements) {
-                corners += e->nodes.size();
-                for (std::uint64_t n : e->nodes)
+                corners += e->nodeCount;
+                for (std::uint64_t n : nodesOf(*e))
                     largestTag = std::max(largestTag, n);
             }
         const bool dense = largestTag <= 4 * m_nodes.size() + 1024;
@@ -625,7 +654,7 @@ private:
             denseId.assign(static_cast<std::size_t>(largestTag) + 1, 0);
             for (const auto& [tag, elements] : bySlab)
                 for (const RawElement* e : elements)
-                    for (std::uint64_t n : e->nodes)
+                    for (std::uint64_t n : nodesOf(*e))
                         denseId[static_cast<std::size_t>(n)] = 1;
             for (std::size_t tag = 0; tag < denseId.size(); ++tag) {
                 if (denseId[tag] == 0)
@@ -637,8 +666,10 @@ private:
             std::vector<std::uint64_t> used;
             used.reserve(corners);
             for (const auto& [tag, elements] : bySlab)
-                for (const RawElement* e : elements)
-                    used.insert(used.end(), e->nodes.begin(), e->nodes.end());
+                for (const RawElement* e : elements) {
+                    const auto nodes = nodesOf(*e);
+                    used.insert(used.end(), nodes.begin(), nodes.end());
+                }
             std::sort(used.begin(), used.end());
             used.erase(std::unique(used.begin(), used.end()), used.end());
             for (std::uint64_t tag : used) {
@@ -665,8 +696,8 @@ private:
                 out.gmshTag = e->tag;
                 out.gmshType = e->type;
                 out.slab = static_cast<unsigned long>(mesh.slabs.size());
-                out.nodes.reserve(e->nodes.size());
-                for (std::uint64_t n : e->nodes)
+                out.nodes.reserve(e->nodeCount);
+                for (std::uint64_t n : nodesOf(*e))
                     out.nodes.push_back(idOf(n));
                 mesh.elements.push_back(std::move(out));
             }
@@ -684,6 +715,8 @@ private:
     std::unordered_map<std::uint64_t, RawNode> m_nodes;
     std::unordered_set<std::uint64_t> m_elementTags;
     std::vector<RawElement> m_elements;
+    std::vector<std::uint64_t> m_elementNodes; // the node tags of all elements, in file order
+    std::set<std::vector<int>> m_physicalSets; // the distinct sets of physical tags
 };
 
 } // namespace
