@@ -465,6 +465,24 @@ TEST(CheckFields, ThePlainFieldTestNeverPassesAFieldTheFullTestRejects) {
     }
     EXPECT_GT(plain, 1000);
 
+    // The solver's own layout, and that layout spoilt one character at a time.
+    for (int i = 0; i < 20000; ++i) {
+        const double mantissa = static_cast<double>(next(2000001)) / 1000.0 - 1000.0;
+        const int exponent = static_cast<int>(next(180)) - 90;
+        char field[64];
+        std::snprintf(field, sizeof field, "%15.8E", mantissa * std::pow(10.0, exponent));
+        std::string text(field);
+        if (text.size() != 15)
+            continue;
+        ASSERT_TRUE(slabadapt::cli::IsSolverField(text)) << "\"" << text << "\"";
+        text[next(15)] = alphabet[next(alphabet.size())];
+        std::string_view trimmed(text);
+        trimmed.remove_prefix(std::min(trimmed.find_first_not_of(' '), trimmed.size()));
+        if (slabadapt::cli::IsSolverField(text)) {
+            ASSERT_TRUE(IsTrustedValueField(trimmed)) << "\"" << text << "\"";
+        }
+    }
+
     // What a solver writes: 15 characters, six decimals, E and a signed exponent.
     for (int i = 0; i < 20000; ++i) {
         const double mantissa = static_cast<double>(next(2000001)) / 1000.0 - 1000.0;
