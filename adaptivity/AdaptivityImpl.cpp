@@ -107,6 +107,7 @@ void CAdaptivityImpl::initialize() {
     for (std::uint32_t n = 0; n < toUnsigned(nodeCount); ++n)
         InitNodeCoords(n);
 
+    std::vector<unsigned long> hostNodes; // used again for every element
     for (std::uint32_t e = 0; e < toUnsigned(elementCount); ++e) {
         meerspace::ELEMENT& element = elements[e];
         // Slab ranges that leave gaps give no slab to the elements in the gaps.
@@ -115,7 +116,7 @@ void CAdaptivityImpl::initialize() {
         element.region = static_cast<std::int32_t>(slabOfElement[e]);
 
         const std::int32_t nodesOfElement = EngineCount(api.GetCountOfDefNodes(e));
-        std::vector<unsigned long> hostNodes;
+        hostNodes.clear();
         api.GetNodesOnElement(e, hostNodes);
         if (hostNodes.size() < toUnsigned(nodesOfElement))
             throw std::out_of_range("element " + HostNumber(e) + " has " +
