@@ -256,6 +256,50 @@ struct RawNode {
     std::size_t line;
 };
 
+// The nodes read, by Gmsh tag. Gmsh numbers nodes densely from 1, so tags go to a table indexed
+// by tag while they stay within a few times the number of nodes read so far; other tags (a
+// file numbered sparsely, or by hand) to a map. The table's bound grows with the nodes actually
+// read, never with a count the file announces.
+class NodeTable {
+public:
+    // False when the tag is there already.
+    bool insert(std::uint64_t tag, const RawNode& node) {
+        if (contains(tag))
+            return false;
+        if (tag < m_dense.size() || tag < 4 * (m_count + 1) + 4096) {
+            if (tag >= m_dense.size()) {
+                const std::size_t grown =
+                    std::max<std::size_t>(static_cast<std::size_t>(tag) + 1, 2 * m_dense.size());
+                m_dense.resize(grown);
+                m_present.resize(grown, 0);
+            }
+            m_dense[static_cast<std::size_t>(tag)] = node;
+            m_present[static_cast<std::size_t>(tag)] = 1;
+        } else {
+            m_sparse.emplace(tag, node);
+        }
+        ++m_count;
+        return true;
+    }
+    bool contains(std::uint64_t tag) const {
+        if (tag < m_dense.size() && m_present[static_cast<std::size_t>(tag)] != 0)
+            return true;
+        return !m_sparse.empty() && m_sparse.count(tag) != 0;
+    }
+    const RawNode& at(std::uint64_t tag) const {
+        if (tag < m_dense.size() && m_present[static_cast<std::size_t>(tag)] != 0)
+            return m_dense[static_cast<std::size_t>(tag)];
+        return m_sparse.at(tag);
+    }
+    std::size_t size() const { return m_count; }
+
+private:
+    std::vector<RawNode> m_dense;
+    std::vector<char> m_present;
+    std::unordered_map<std::uint64_t, RawNode> m_sparse;
+    std::size_t m_count = 0;
+};
+
 // An element as the file gives it. Its node tags lie in the reader's one array of them, its
 // physical tags in a set shared by the elements that have the same (a block's, in 4.1): no
 // heap of its own, as a mesh has millions of elements.
@@ -395,7 +439,7 @@ private:
     }
 
     void addNode(std::uint64_t tag, const CKQPoint3D& p, std::size_t line) {
-        if (!m_nodes.emplace(tag, RawNode{p, line}).second)
+        if (!m_nodes.insert(tag, RawNode{p, line}))
             m_in.fail(line, "node " + std::to_string(tag) + " is defined twice");
     }
 
@@ -444,7 +488,6 @@ private:
             }
             const std::size_t values =
                 3 + (parametric != 0 ? static_cast<std::size_t>(std::max(dim, 0)) : 0);
-            m_nodes.reserve(m_nodes.size() + tags.size());
             for (std::size_t i = 0; i < n; ++i) {
                 m_in.tokens(c, CoordinatesOf(tags[i]), values);
                 addNode(tags[i], readPoint(c, 0, tags[i]), m_in.lineNo());
@@ -611,7 +654,7 @@ private:
                                       "quadrilaterals (type 3) only");
             const std::span<const std::uint64_t> nodes = nodesOf(e);
             for (std::size_t k = 0; k < nodes.size(); ++k) {
-                if (m_nodes.count(nodes[k]) == 0)
+                if (!m_nodes.contains(nodes[k]))
                     m_in.fail(e.line, id + " references node " + std::to_string(nodes[k]) +
                                           ", which $Nodes does not define");
                 for (std::size_t j = 0; j < k; ++j)
@@ -712,7 +755,7 @@ private:
     std::string m_version;
     std::map<std::pair<int, int>, std::string> m_physicalNames;        // (dim, tag) -> name
     std::map<std::pair<int, int>, std::vector<int>> m_entityPhysicals; // (dim, entity) -> tags
-    std::unordered_map<std::uint64_t, RawNode> m_nodes;
+    NodeTable m_nodes;
     std::unordered_set<std::uint64_t> m_elementTags;
     std::vector<RawElement> m_elements;
     std::vector<std::uint64_t> m_elementNodes; // the node tags of all elements, in file order

@@ -343,6 +343,33 @@ TEST_F(MeshReaderTest, SparseNodeTagsAreNumberedByAscendingTag) {
     EXPECT_EQ(mesh.elements[1].nodes, (std::vector<unsigned long>{3, 1, 4}));
 }
 
+// Tags far beyond the nodes read so far go aside; when later nodes fill the range below them,
+// they are still found, and still refused a second time.
+TEST_F(MeshReaderTest, TagsSetAsideAndTagsInTheirRangeAreOneNumbering) {
+    std::string nodes = "5000 9 9 0\n";
+    for (int tag = 1; tag <= 1000; ++tag) // enough that 6000 lies within the table's reach
+        nodes += std::to_string(tag) + " " + std::to_string(tag) + " 0 0\n";
+    nodes += "4999 8 8 0\n6000 7 7 0\n";
+    const std::string elements = "$Elements\n2\n"
+                                 "1 2 2 1 1 5000 4999 6000\n"
+                                 "2 2 2 1 1 1 2 5000\n"
+                                 "$EndElements\n";
+    const auto file = Write("aside.msh", std::string(kHead22) + "$Nodes\n1003\n" + nodes +
+                                             "$EndNodes\n" + elements);
+    const Mesh mesh = ReadMesh(file);
+    ASSERT_EQ(mesh.nodes.size(), 5u);
+    const std::uint64_t tags[] = {1, 2, 4999, 5000, 6000};
+    for (std::size_t i = 0; i < 5; ++i)
+        EXPECT_EQ(mesh.nodes[i].gmshTag, tags[i]);
+    EXPECT_EQ(mesh.nodes[3].position, CKQPoint3D(9, 9, 0));
+    EXPECT_EQ(mesh.elements[0].nodes, (std::vector<unsigned long>{4, 3, 5}));
+    EXPECT_EQ(mesh.elements[1].nodes, (std::vector<unsigned long>{1, 2, 4}));
+    EXPECT_THAT(ErrorOf(std::string(kHead22) + "$Nodes\n1004\n" + nodes +
+                        "5000 1 1 1\n$EndNodes\n" + elements)
+                    .what(),
+                HasSubstr("node 5000 is defined twice"));
+}
+
 TEST_F(MeshReaderTest, DuplicateTags) {
     EXPECT_THAT(ErrorOf(std::string(kHead22) + "$Nodes\n2\n1 0 0 0\n1 1 0 0\n$EndNodes\n").what(),
                 HasSubstr(":7: node 1 is defined twice"));
