@@ -17,6 +17,10 @@ public:
     explicit CLineReader(std::FILE* file, std::size_t limit = static_cast<std::size_t>(-1))
         : m_file(file), m_buffer(c_nChunk), m_left(limit) {}
 
+    // Bytes of the lines handed out so far, their line ends included: where the next line
+    // starts, counted from where the reader began.
+    std::size_t Consumed() const { return m_consumed; }
+
     // True when reading stopped on an error rather than at the end of the file.
     bool Failed() const { return m_failed; }
 
@@ -28,6 +32,7 @@ public:
                 const auto length = static_cast<std::size_t>(static_cast<const char*>(nl) - begin);
                 line = Strip(std::string_view(begin, length));
                 m_begin += length + 1;
+                m_consumed += length + 1;
                 return true;
             }
             if (m_eof) {
@@ -35,6 +40,7 @@ public:
                     return false;
                 line = Strip(std::string_view(begin, available));
                 m_begin = m_end;
+                m_consumed += available;
                 return true;
             }
             Refill();
@@ -75,6 +81,7 @@ private:
     std::size_t m_begin = 0;
     std::size_t m_end = 0;
     std::size_t m_left; // bytes the reader may still take from the file
+    std::size_t m_consumed = 0;
     bool m_eof = false;
     bool m_failed = false;
 };

@@ -3,36 +3,30 @@
 #include "host/framework/stage_clock.h"
 
 #include <cstdio>
+#include <utility>
 
 #include <unistd.h>
 
 namespace slabadapt::cli {
 
 std::string ProgressLine::StageBegunBy(const std::string& mark) {
-    if (mark == "start")
-        return "checking the project";
-    if (mark == "project checked")
-        return "checking the STRINTG files";
-    if (mark == "checked")
-        return {}; // the findings are printed now
-    if (mark == "pass")
-        return "opening the project";
-    if (mark == "project opened")
-        return "reading the STRINTG files";
-    if (mark == "setting up the estimator")
-        return "setting up the estimator";
-    if (mark == "estimating")
-        return "estimating the errors";
-    if (mark == "estimated")
-        return "storing the results in P.GAR";
-    if (mark == "saving")
-        return "storing the results in P.GAR";
-    if (mark == "writing the size field")
-        return "writing the size field";
-    if (mark == "size field written")
-        return "ending the pass";
-    if (mark == "committed")
-        return "reading the summary back";
+    // A mark not listed (or "checked", when the findings are printed) begins no stage of its own.
+    static const std::pair<const char*, const char*> stages[] = {
+        {"start", "checking the project"},
+        {"project checked", "checking the STRINTG files"},
+        {"pass", "opening the project"},
+        {"project opened", "reading the STRINTG files"},
+        {"setting up the estimator", "setting up the estimator"},
+        {"estimating", "estimating the errors"},
+        {"estimated", "storing the results in P.GAR"},
+        {"saving", "storing the results in P.GAR"},
+        {"writing the size field", "writing the size field"},
+        {"size field written", "ending the pass"},
+        {"committed", "reading the summary back"},
+    };
+    for (const auto& [name, stage] : stages)
+        if (mark == name)
+            return stage;
     return {};
 }
 

@@ -523,31 +523,11 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
         out.Error(file, number, "header", "the file ends before its header line (line 3)");
         return scan;
     }
-    // Where the records start: the byte behind the header lines' last "\n".
-    std::size_t recordsStart = 0;
-    {
-        std::rewind(in.get());
-        std::size_t seen = 0;
-        char buffer[4096];
-        bool found = false;
-        while (!found) {
-            const std::size_t got = std::fread(buffer, 1, sizeof buffer, in.get());
-            if (got == 0)
-                break;
-            for (std::size_t i = 0; i < got && !found; ++i)
-                if (buffer[i] == '\n' && ++seen == number) {
-                    recordsStart += i + 1;
-                    found = true;
-                }
-            if (!found)
-                recordsStart += got;
-        }
-        if (!found) // the header's lines are the whole file
-            recordsStart = static_cast<std::size_t>(-1);
-    }
+    // Where the records start: behind the header's lines (at the end, when they are all).
+    const std::size_t recordsStart = head.Consumed();
     const std::uintmax_t size = fs::file_size(file, ec);
     std::size_t split = 0;
-    if (!ec && recordsStart != static_cast<std::size_t>(-1))
+    if (!ec)
         split = SplitPoint(in.get(), size, recordsStart);
     if (split != 0 && split <= recordsStart)
         split = 0;
@@ -555,8 +535,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
     RecordStretch first;
     std::vector<Finding> firstKept;
     Collector firstOut(firstKept);
-    if (recordsStart != static_cast<std::size_t>(-1) &&
-        std::fseek(in.get(), static_cast<long>(recordsStart), SEEK_SET) == 0) {
+    if (std::fseek(in.get(), static_cast<long>(recordsStart), SEEK_SET) == 0) {
         const std::size_t firstLength = split != 0 ? split - recordsStart : SIZE_MAX;
         std::future<void> second;
         RecordStretch later;

@@ -465,33 +465,36 @@ TEST(CheckFields, ThePlainFieldTestNeverPassesAFieldTheFullTestRejects) {
     }
     EXPECT_GT(plain, 1000);
 
+    // A random value printed with `format`, its exponent in [lowest, lowest + range).
+    auto printed = [&next](const char* format, int lowest, int range) {
+        const double mantissa = static_cast<double>(next(2000001)) / 1000.0 - 1000.0;
+        const int exponent = static_cast<int>(next(static_cast<std::uint64_t>(range))) + lowest;
+        char field[64];
+        std::snprintf(field, sizeof field, format, mantissa * std::pow(10.0, exponent));
+        return std::string(field);
+    };
+    auto trimmed = [](std::string_view text) {
+        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
+        return text;
+    };
+
     // The solver's own layout, and that layout spoilt one character at a time.
     for (int i = 0; i < 20000; ++i) {
-        const double mantissa = static_cast<double>(next(2000001)) / 1000.0 - 1000.0;
-        const int exponent = static_cast<int>(next(180)) - 90;
-        char field[64];
-        std::snprintf(field, sizeof field, "%15.8E", mantissa * std::pow(10.0, exponent));
-        std::string text(field);
+        std::string text = printed("%15.8E", -90, 180);
         if (text.size() != 15)
             continue;
         ASSERT_TRUE(slabadapt::cli::IsSolverField(text)) << "\"" << text << "\"";
         text[next(15)] = alphabet[next(alphabet.size())];
-        std::string_view trimmed(text);
-        trimmed.remove_prefix(std::min(trimmed.find_first_not_of(' '), trimmed.size()));
         if (slabadapt::cli::IsSolverField(text)) {
-            ASSERT_TRUE(IsTrustedValueField(trimmed)) << "\"" << text << "\"";
+            ASSERT_TRUE(IsTrustedValueField(trimmed(text))) << "\"" << text << "\"";
         }
     }
 
     // What a solver writes: 15 characters, six decimals, E and a signed exponent.
     for (int i = 0; i < 20000; ++i) {
-        const double mantissa = static_cast<double>(next(2000001)) / 1000.0 - 1000.0;
-        const int exponent = static_cast<int>(next(440)) - 300;
-        char field[64];
-        std::snprintf(field, sizeof field, "%15.6E", mantissa * std::pow(10.0, exponent));
-        std::string_view text(field);
-        text.remove_prefix(std::min(text.find_first_not_of(' '), text.size()));
-        ASSERT_EQ(IsPlainTrustedNumber(text), IsTrustedValueField(text)) << "\"" << field << "\"";
+        const std::string field = printed("%15.6E", -300, 440);
+        ASSERT_EQ(IsPlainTrustedNumber(trimmed(field)), IsTrustedValueField(trimmed(field)))
+            << "\"" << field << "\"";
     }
 }
 
