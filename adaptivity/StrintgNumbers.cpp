@@ -145,6 +145,26 @@ constexpr std::uint64_t c_powersOfTenInt[] = {1,      10,      100,      1000,  
 // arithmetic rounds correctly (Clinger's fast path). Longer numbers and larger exponents go
 // through std::from_chars; infinities, NaNs and hexadecimal numbers through the runtime itself.
 double ParseDouble(std::string_view text) {
+    if (const int decimals = SolverFieldDecimals(text); decimals != 0) {
+        // The solver's own layout by its fixed positions: the mantissa and the scale the
+        // general path below finds for it, and the same conversion.
+        const char* f = text.data() + (8 - decimals); // the sign or blank, a digit, '.', ...
+        const bool negative = f[0] == '-';
+        const std::uint64_t mantissa =
+            static_cast<std::uint64_t>(f[1] - '0') * c_powersOfTenInt[decimals] +
+            DigitsValue(Load8(f + 3), decimals);
+        const int exponent = (text[13] - '0') * 10 + (text[14] - '0');
+        const int scale = (text[12] == '-' ? -exponent : exponent) - decimals;
+        if (mantissa == 0)
+            return negative ? -0.0 : 0.0;
+        if (scale >= -22 && scale <= 22) {
+            double value = static_cast<double>(mantissa);
+            value =
+                scale < 0 ? value / c_exactPowersOfTen[-scale] : value * c_exactPowersOfTen[scale];
+            return negative ? -value : value;
+        }
+        return ParseDecimalByFromChars(text, static_cast<std::size_t>(9 - decimals), negative);
+    }
     const std::size_t n = text.size();
     std::size_t i = 0;
     // Fields are right-aligned: skip their spaces eight at a time, then any other blanks.

@@ -691,17 +691,7 @@ bool IsPlainTrustedNumber(std::string_view text) {
 // decided at a glance, as nearly every field is. One digit before the point and an exponent of
 // two digits keep it far below kLargestTrustedValue; anything else takes the full test.
 bool IsSolverField(std::string_view field) {
-    static_assert(kFieldWidth == 15);
-    const auto digit = [](char c) { return static_cast<unsigned char>(c - '0') < 10; };
-    const char* f = field.data();
-    if ((f[0] != ' ' && f[0] != '-') || !digit(f[1]) || f[2] != '.' ||
-        (f[11] != 'E' && f[11] != 'e') || (f[12] != '+' && f[12] != '-') || !digit(f[13]) ||
-        !digit(f[14]))
-        return false;
-    bool all = true;
-    for (int i = 3; i < 11; ++i)
-        all &= digit(f[i]);
-    return all;
+    return strintg::IsSolverField(field);
 }
 
 void SplitStrintgScansForTests(std::optional<double> fraction) {

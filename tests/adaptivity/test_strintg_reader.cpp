@@ -1,6 +1,7 @@
 // The integration-point data: STRINTG files read into one table per element, summed over load
 // cases, and the getters the estimator asks.
 #include "adaptivity/AdaptiveMeshData.h"
+#include "host/outcome/strintg_layout.h"
 #include "tests/adaptivity/support/strintg.h"
 
 #include <gtest/gtest.h>
@@ -414,6 +415,45 @@ TEST(IntegrationPointData, NarrowPathMatchesTheRuntimeAcrossMagnitudes) {
         narrow.ReadFromLine(std::string_view(line), 0x10);
         EXPECT_TRUE(slabadapt::test::SamePoint(wide, narrow)) << "field \"" << digits << "\"";
     }
+}
+
+TEST(IntegrationPointData, SolverLayoutFieldsParseAsTheRuntime) {
+    // The layouts solvers write (eight decimals, or seven as slabadapt writes imported results)
+    // are read by their fixed positions: every exponent they can hold
+    // (those beyond the exact powers of ten included), both signs of zero, both letters, and
+    // the same fields spoilt one character at a time, against the runtime.
+    std::mt19937_64 rng(7);
+    std::uniform_int_distribution<int> digit(0, 9);
+    std::uniform_int_distribution<int> exponent(0, 99);
+    std::uniform_int_distribution<int> position(0, 14);
+    const std::string spoilers = "+- .eE0x9\t";
+    std::uniform_int_distribution<std::size_t> spoiler(0, spoilers.size() - 1);
+    int solverFields = 0;
+    for (int trial = 0; trial < 40000; ++trial) {
+        const int decimals = trial % 6 < 3 ? 8 : 7;
+        std::string field = decimals == 7 ? " " : "";
+        field += trial % 2 ? "-" : " ";
+        field += static_cast<char>('0' + (trial % 7 == 0 ? 0 : digit(rng)));
+        field += '.';
+        for (int i = 0; i < decimals; ++i)
+            field += static_cast<char>('0' + (trial % 7 == 0 ? 0 : digit(rng)));
+        field += trial % 3 ? 'E' : 'e';
+        field += trial % 4 < 2 ? '+' : '-';
+        const int e = exponent(rng);
+        field += static_cast<char>('0' + e / 10);
+        field += static_cast<char>('0' + e % 10);
+        if (trial % 5 == 4)
+            field[static_cast<std::size_t>(position(rng))] = spoilers[spoiler(rng)];
+        ASSERT_EQ(field.size(), 15u);
+        solverFields += strintg::IsSolverField(field) ? 1 : 0;
+        const std::string line = std::string(16, ' ') + field;
+        CIntegrationPointData wide;
+        CIntegrationPointData narrow;
+        wide.ReadFromLine(CString(line), 0x10);
+        narrow.ReadFromLine(std::string_view(line), 0x10);
+        ASSERT_TRUE(slabadapt::test::SamePoint(wide, narrow)) << "field \"" << field << "\"";
+    }
+    EXPECT_GT(solverFields, 32000); // the fixed positions were taken, not only the general path
 }
 
 // ---------------------------------------------------------------------------------------------
