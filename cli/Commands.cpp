@@ -2,6 +2,7 @@
 
 #include "adaptivity/AdaptExecute.h"
 #include "adaptivity/AdaptiveMeshData.h"
+#include "adaptivity/AdaptivityResultsAPIImpl.h"
 #include "adaptivity/Version.h"
 #include "cli/Envelope.h"
 #include "cli/Json.h"
@@ -11,6 +12,7 @@
 #include "cli/StoredResults.h"
 #include "cli/VtuExport.h"
 #include "host/framework/stage_clock.h"
+#include "host/outcome/combinations.h"
 #include "host/outcome/gar.h"
 
 #include <algorithm>
@@ -22,6 +24,8 @@
 #include <cstdlib>
 #include <cstring>
 #include <exception>
+#include <functional>
+#include <future>
 #include <iostream>
 #include <limits>
 #include <optional>
@@ -318,17 +322,85 @@ const char* ResultCodeName(int code) {
 // run
 // ---------------------------------------------------------------------------------------------
 
+namespace {
+
+// The findings on `err` and, when the check failed, the sentence that nothing was run.
+bool Verdict(const CheckReport& check, std::ostream& err) {
+    PrintFindings(check, err);
+    if (check.Passed())
+        return true;
+    err << "slabadapt: the project check found " << check.Errors()
+        << (check.Errors() == 1 ? " error" : " errors")
+        << "; nothing was run (--no-check runs anyway)\n";
+    return false;
+}
+
+// The STRINTG files are checked on a thread of their own while the pass reads them; the pass
+// waits for the verdict before anything of the project changes. Its results access holds back
+// the removal of the old P.GAR until then and, when the check failed, ends the pass where its
+// reading ends, before the estimator: nothing is removed or written and nothing is printed but
+// the check's findings, as when the check runs first.
+class CheckedResultsAccess : public CAdaptivityResultsAPIImpl {
+public:
+    // Without a verdict to wait for (no check) it is the host's results access.
+    CheckedResultsAccess(fs::path project, std::function<bool()> verdict)
+        : m_project(std::move(project)), m_verdict(std::move(verdict)) {}
+
+    void DeleteResultFiles() override {
+        if (m_verdict)
+            m_deletePending = true;
+        else
+            CAdaptivityResultsAPIImpl::DeleteResultFiles();
+    }
+    bool PrepareAdaptiveMeshData(const std::vector<long>& loadCaseNumbers) override {
+        // A file that is no regular file (a FIFO would be waited on for ever, a device read
+        // without end) is not read before the check has named it.
+        if (m_verdict && !AllRegular(loadCaseNumbers) && !m_verdict()) {
+            m_stopped = true;
+            return false;
+        }
+        const bool read = CAdaptivityResultsAPIImpl::PrepareAdaptiveMeshData(loadCaseNumbers);
+        if (m_verdict && !m_verdict()) {
+            ClearAdaptiveMeshData();
+            m_stopped = true;
+            return false;
+        }
+        if (m_deletePending)
+            CAdaptivityResultsAPIImpl::DeleteResultFiles();
+        m_deletePending = false;
+        return read;
+    }
+    bool Stopped() const { return m_stopped; }
+
+private:
+    bool AllRegular(const std::vector<long>& loadCaseNumbers) {
+        for (long index : loadCaseNumbers) {
+            std::error_code ec;
+            const fs::path file = host::outcome::StrintgFile(m_project, index);
+            if (fs::exists(file, ec) && !fs::is_regular_file(file, ec))
+                return false;
+        }
+        return true;
+    }
+
+    fs::path m_project;
+    std::function<bool()> m_verdict;
+    bool m_deletePending = false;
+    bool m_stopped = false;
+};
+
+class CheckedExecute : public CAdaptExecute {
+public:
+    using CAdaptExecute::ExecuteOn;
+};
+
+} // namespace
+
 bool CheckBeforeRun(const fs::path& project, const std::vector<long>& loadCases,
                     std::optional<CheckReport>& check, std::ostream& err) {
     check = CheckProject(project, loadCases);
     host::framework::MarkStage("checked");
-    PrintFindings(*check, err);
-    if (check->Passed())
-        return true;
-    err << "slabadapt: the project check found " << check->Errors()
-        << (check->Errors() == 1 ? " error" : " errors")
-        << "; nothing was run (--no-check runs anyway)\n";
-    return false;
+    return Verdict(*check, err);
 }
 
 std::vector<StageTiming> StagesOf(const std::vector<host::framework::StageMark>& marks) {
@@ -351,9 +423,11 @@ std::vector<StageTiming> StagesOf(const std::vector<host::framework::StageMark>&
             stages.push_back(
                 {what, to->seconds - from->seconds, to->peakMegabytes, to->heapMegabytes});
     };
-    stage("check the project", first("start"), first("checked"));
-    stage("  of which P.msh and P.toml", first("start"), first("project checked"));
-    stage("  of which the STRINTG files", first("project checked"), first("checked"));
+    // In a run the STRINTG files are checked while the pass reads them: the stages overlap.
+    const host::framework::StageMark* scanned = first("STRINTG files checked");
+    stage("check P.msh and P.toml", first("start"), first("project checked"));
+    stage("check the STRINTG files", first("project checked"),
+          scanned != nullptr ? scanned : first("checked"));
     stage("open the project (P.msh, P.toml)", first("pass"), first("project opened"));
     // The estimator marks its set-up and its run; a pass that stops before them has the
     // reading alone, up to its first save.
@@ -407,8 +481,44 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
 
     host::framework::TakeStageMarks(); // marks of an earlier pass of this process go
     host::framework::MarkStage("start");
-    if (!options.noCheck && !CheckBeforeRun(project, options.loadCases, report.check, err))
-        return kExitDataError;
+    // The check of P.msh and P.toml comes first; its STRINTG files are then checked while the
+    // pass reads them (at once, when the first step found errors: nothing runs then).
+    std::optional<StagedCheck> staged;
+    std::future<void> scanning;
+    std::optional<bool> passed;
+    auto verdict = [&]() -> bool {
+        if (!passed) {
+            if (scanning.valid())
+                scanning.get();
+            report.check = std::move(staged->Report());
+            host::framework::MarkStage("checked"); // the findings follow
+            passed = Verdict(*report.check, err);
+        }
+        return *passed;
+    };
+    // Whether the check refused the project, for a pass that failed otherwise.
+    auto refused = [&]() {
+        try {
+            return !options.noCheck && !verdict();
+        } catch (const std::exception&) {
+            return false; // the failure of the pass is told instead
+        }
+    };
+    if (!options.noCheck) {
+        staged.emplace(project, options.loadCases);
+        auto scan = [&staged](bool halves) {
+            staged->ScanFiles(halves);
+            host::framework::MarkStage("STRINTG files checked");
+        };
+        if (!staged->Report().Passed()) {
+            scan(true);
+            if (!verdict())
+                return kExitDataError;
+        } else {
+            // One thread for the check, the other for the pass's reading.
+            scanning = std::async(std::launch::async, scan, false);
+        }
+    }
 
     const fs::path gar = host::outcome::ProjectFile(project, ".GAR");
     const fs::path pos = host::outcome::ProjectFile(project, ".refine.pos");
@@ -416,13 +526,24 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     const FileState posBefore = StateOf(pos);
     const auto wallStart = std::chrono::steady_clock::now();
     host::framework::MarkStage("pass");
-    CAdaptExecute execute;
+    CheckedExecute execute;
     try {
         // The slabs' tables go into P.GAR in one transaction: all of them or none.
         host::outcome::GarSaveBatch batch(gar);
-        report.code = execute.Execute(CString(project.string()),
-                                      static_cast<unsigned char>(options.sourceFlag),
-                                      options.solverType, options.target, options.loadCases);
+        bool stopped = false;
+        {
+            // Gone before the commit, with the integration-point table it holds.
+            CheckedResultsAccess access(project,
+                                        options.noCheck ? std::function<bool()>() : verdict);
+            report.code = execute.ExecuteOn(access, CString(project.string()),
+                                            static_cast<unsigned char>(options.sourceFlag),
+                                            options.solverType, options.target, options.loadCases);
+            stopped = access.Stopped();
+        }
+        // A pass that ended before its reading did (a project that cannot be opened) has the
+        // check's verdict too, which comes first as when the check runs first.
+        if (stopped || refused())
+            return kExitDataError;
         try {
             batch.Commit();
         } catch (const host::outcome::GarError& e) {
@@ -432,9 +553,13 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
                 report.code = StoreResultsFailed;
         }
     } catch (const std::exception& e) {
+        if (refused())
+            return kExitDataError;
         err << "slabadapt: the run failed before the estimator started: " << e.what() << '\n';
         return kExitInternal;
     } catch (...) {
+        if (refused())
+            return kExitDataError;
         err << "slabadapt: the run failed before the estimator started\n";
         return kExitInternal;
     }

@@ -10,7 +10,7 @@
 namespace slabadapt::cli {
 
 std::string ProgressLine::StageBegunBy(const std::string& mark) {
-    // A mark not listed (or "checked", when the findings are printed) begins no stage of its own.
+    // A mark not listed begins no stage of its own.
     static const std::pair<const char*, const char*> stages[] = {
         {"start", "checking the project"},
         {"project checked", "checking the STRINTG files"},
@@ -39,7 +39,10 @@ ProgressLine::ProgressLine(std::ostream& out, bool show) : m_out(out) {
         if (m_drawn)
             m_out << "\r\033[K" << std::flush;
         m_drawn = false;
-        m_stage = StageBegunBy(mark.name);
+        // A mark that begins no stage leaves the one under way (the check's end, say, which
+        // comes while the pass reads), except "checked": the findings come next.
+        if (std::string stage = StageBegunBy(mark.name); !stage.empty() || mark.name == "checked")
+            m_stage = std::move(stage);
     });
     m_thread = std::thread([this] { Run(); });
 }

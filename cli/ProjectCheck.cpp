@@ -10,10 +10,12 @@
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <clocale>
 #include <cmath>
 #include <cstdio>
 #include <cstdlib>
 #include <future>
+#include <locale.h>
 #include <map>
 #include <memory>
 #include <optional>
@@ -33,6 +35,29 @@ std::string Format(const char* format, auto... args) {
     std::snprintf(buffer, sizeof buffer, format, args...);
     return buffer;
 }
+
+// The "C" locale for the numbers this thread parses and formats, whatever the process's locale
+// is meanwhile: the module sets the process's numeric locale while it reads the STRINTG files,
+// which a run does while they are checked.
+class ThreadLocaleC {
+public:
+    ThreadLocaleC() : m_locale(::newlocale(LC_ALL_MASK, "C", static_cast<locale_t>(nullptr))) {
+        if (m_locale != static_cast<locale_t>(nullptr))
+            m_previous = ::uselocale(m_locale);
+    }
+    ~ThreadLocaleC() {
+        if (m_locale == static_cast<locale_t>(nullptr))
+            return;
+        ::uselocale(m_previous);
+        ::freelocale(m_locale);
+    }
+    ThreadLocaleC(const ThreadLocaleC&) = delete;
+    ThreadLocaleC& operator=(const ThreadLocaleC&) = delete;
+
+private:
+    locale_t m_locale;
+    locale_t m_previous = LC_GLOBAL_LOCALE;
+};
 
 // Findings with a cap per kind and file, so that one systematic fault (a file of another
 // mesh, say) does not bury the rest.
@@ -487,7 +512,7 @@ std::size_t SplitPoint(std::FILE* in, std::uintmax_t size, std::size_t headerEnd
 // Reads a STRINTG file as the module would and reports everything that would make the module
 // read other values than the file shows. A large file is read in two halves at once; their
 // findings are put together as one reading from the start would give them.
-ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out) {
+ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector& out, bool halves) {
     ScannedFile scan;
     std::error_code ec;
     if (fs::exists(file, ec) && !fs::is_regular_file(file, ec)) {
@@ -527,7 +552,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
     const std::size_t recordsStart = head.Consumed();
     const std::uintmax_t size = fs::file_size(file, ec);
     std::size_t split = 0;
-    if (!ec)
+    if (!ec && (halves || g_scanSplitFraction))
         split = SplitPoint(in.get(), size, recordsStart);
     if (split != 0 && split <= recordsStart)
         split = 0;
@@ -543,6 +568,7 @@ ScannedFile ScanStrintg(const fs::path& file, const Project& project, Collector&
         Collector laterOut(laterKept);
         if (split != 0) {
             second = std::async(std::launch::async, [&] {
+                const ThreadLocaleC locale;
                 File other(std::fopen(file.c_str(), "rb"), &std::fclose);
                 if (!other || std::fseek(other.get(), static_cast<long>(split), SEEK_SET) != 0)
                     throw std::runtime_error(file.string() + ": cannot be read a second time");
@@ -713,15 +739,22 @@ std::size_t CheckReport::Warnings() const {
     return findings.size() - Errors();
 }
 
-CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadCaseIds) {
-    CheckReport report;
+struct StagedCheck::Pending {
+    explicit Pending(std::vector<Finding>& findings) : out(findings) {}
+    Collector out;
+    bool scan = false; // the STRINTG files are still to be read
+};
+
+StagedCheck::StagedCheck(const fs::path& project, const std::vector<long>& loadCaseIds)
+    : m_pending(std::make_unique<Pending>(m_report.findings)) {
+    CheckReport& report = m_report;
     report.project = project;
-    Collector out(report.findings);
+    Collector& out = m_pending->out;
     try {
         report.model = host::outcome::SharedProject(project);
     } catch (const host::outcome::ProjectError& e) {
         report.findings.push_back({Severity::Error, e.file(), e.line(), e.message()});
-        return report;
+        return;
     }
     const Project& model = *report.model;
     CheckMesh(model, out);
@@ -732,7 +765,7 @@ CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadC
         out.Error(toml, 0, "toml",
                   "missing: the slab thicknesses and the load cases are unknown without it");
         out.Close();
-        return report;
+        return;
     }
 
     // Resolve the load cases.
@@ -803,14 +836,26 @@ CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadC
                 if (use.id == problem.loadCase)
                     use.index = 0;
         }
+    m_pending->scan = true;
+}
 
+StagedCheck::~StagedCheck() = default;
+
+void StagedCheck::ScanFiles(bool halves) {
+    if (!m_pending->scan)
+        return;
+    m_pending->scan = false;
+    const ThreadLocaleC locale;
+    CheckReport& report = m_report;
+    Collector& out = m_pending->out;
+    const Project& model = *report.model;
     // Read every STRINTG file once, then compare the load cases.
     std::vector<std::pair<const CheckedLoadCase*, ScannedFile>> scans;
     std::set<long> scanned;
     for (const CheckedLoadCase& use : report.loadCases) {
         if (use.index <= 0 || !use.valid || !scanned.insert(use.index).second)
             continue;
-        scans.emplace_back(&use, ScanStrintg(use.strintgFile, model, out));
+        scans.emplace_back(&use, ScanStrintg(use.strintgFile, model, out, halves));
     }
     for (std::size_t k = 1; k < scans.size(); ++k) {
         const auto& [first, a] = scans.front();
@@ -829,7 +874,12 @@ CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadC
         }
     }
     out.Close();
-    return report;
+}
+
+CheckReport CheckProject(const fs::path& project, const std::vector<long>& loadCaseIds) {
+    StagedCheck check(project, loadCaseIds);
+    check.ScanFiles();
+    return std::move(check.Report());
 }
 
 void PrintFindings(const CheckReport& report, std::ostream& out) {

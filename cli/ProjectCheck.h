@@ -64,6 +64,28 @@ using results::kMaxElementsAtNode;
 CheckReport CheckProject(const std::filesystem::path& project,
                          const std::vector<long>& loadCaseIds);
 
+// CheckProject in two steps, so that a run can read its STRINTG files while they are checked.
+// The constructor checks P.msh, P.toml and the load cases (and makes the combinations' files);
+// ScanFiles reads the STRINTG files, on any thread, and completes the report. Until then the
+// report holds the findings of the first step alone. ScanFiles parses and formats numbers in a
+// "C" locale of its own, so the process's locale may change meanwhile.
+class StagedCheck {
+public:
+    StagedCheck(const std::filesystem::path& project, const std::vector<long>& loadCaseIds);
+    ~StagedCheck();
+    StagedCheck(const StagedCheck&) = delete;
+    StagedCheck& operator=(const StagedCheck&) = delete;
+
+    // `halves`: a large file is read in two halves at once (not while the run reads too).
+    void ScanFiles(bool halves = true);
+    CheckReport& Report() { return m_report; }
+
+private:
+    struct Pending;
+    CheckReport m_report;
+    std::unique_ptr<Pending> m_pending;
+};
+
 // "file:line: error: message" (or "file: warning: ..."), one finding a line.
 void PrintFindings(const CheckReport& report, std::ostream& out);
 // One line: what was checked and the outcome.

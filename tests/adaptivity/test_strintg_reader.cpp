@@ -3,6 +3,7 @@
 #include "adaptivity/AdaptiveMeshData.h"
 #include "host/outcome/strintg_layout.h"
 #include "tests/adaptivity/support/strintg.h"
+#include "tests/support/locale.h"
 
 #include <gtest/gtest.h>
 
@@ -74,31 +75,8 @@ void ExpectFullPoint(const CAdaptiveMeshData& data, int element, int point) {
     }
 }
 
-// Sets the whole process locale for a test and puts the previous one back.
-class ScopedLocale {
-public:
-    explicit ScopedLocale(const char* name) {
-        const char* current = std::setlocale(LC_ALL, nullptr);
-        m_saved = current != nullptr ? current : "C";
-        m_ok = std::setlocale(LC_ALL, name) != nullptr;
-    }
-    ~ScopedLocale() { std::setlocale(LC_ALL, m_saved.c_str()); }
-    bool Ok() const { return m_ok; }
-
-private:
-    std::string m_saved;
-    bool m_ok = false;
-};
-
-// A locale whose decimal separator is a comma; scripts/install-deps.sh generates de_DE.UTF-8.
-const char* CommaLocaleName() {
-    for (const char* name : {"de_DE.UTF-8", "de_DE.utf8", "de_DE"}) {
-        ScopedLocale probe(name);
-        if (probe.Ok() && std::string_view(std::localeconv()->decimal_point) == ",")
-            return name;
-    }
-    return nullptr;
-}
+using slabadapt::test::CommaLocaleName;
+using slabadapt::test::ScopedLocale;
 
 } // namespace
 

@@ -2,8 +2,11 @@
 // project meshed with Gmsh whose STRINTG files are then spoilt one way at a time.
 #include "cli/ProjectCheck.h"
 #include "tests/support/example_project.h"
+#include "tests/support/locale.h"
 
 #include <gtest/gtest.h>
+
+#include <thread>
 
 #include <sys/stat.h>
 
@@ -273,6 +276,31 @@ TEST_F(CheckTest, APointOffItsElement) {
     EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 7,
                     "element 1: the integration point at (100,"))
         << All(r);
+}
+
+// A run checks its STRINTG files on a thread of its own while the module, reading them, sets
+// the process's numeric locale: the check's numbers are those of the "C" locale whatever the
+// process's is, and it leaves the process's alone.
+TEST_F(CheckTest, TheSTRINTGFilesAreCheckedInTheCLocaleWhateverTheProcesssIs) {
+    auto lines = Records();
+    lines[6].replace(16, 15, " 1.00500000E+02"); // IGX of element 1's third point
+    lines[7].replace(16 + 3 * 15, 15, "        1,5e+00");
+    WriteLines(Strintg(), lines);
+    const char* comma = slabadapt::test::CommaLocaleName();
+    ASSERT_NE(comma, nullptr)
+        << "no locale with a decimal comma; scripts/install-deps.sh generates de_DE.UTF-8";
+    slabadapt::test::ScopedLocale locale(comma);
+    ASSERT_TRUE(locale.Ok());
+    slabadapt::cli::StagedCheck check(p, {7});
+    EXPECT_TRUE(check.Report().Passed()) << All(check.Report()); // P.msh and P.toml only
+    std::thread scan([&check] { check.ScanFiles(); });
+    scan.join();
+    const CheckReport& r = check.Report();
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 7,
+                    "element 1: the integration point at (100.5, "))
+        << All(r);
+    EXPECT_TRUE(Has(r, Severity::Error, "patch.STRINTG0003", 8, "holds \"1,5e+00\"")) << All(r);
+    EXPECT_EQ(std::string_view(std::localeconv()->decimal_point), ",");
 }
 
 TEST_F(CheckTest, ASystematicFaultIsListedTenTimesAndCounted) {

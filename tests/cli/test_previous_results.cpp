@@ -9,10 +9,12 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
+#include <sstream>
 #include <thread>
 
 #include <fcntl.h>
 #include <sys/file.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace {
@@ -225,6 +227,51 @@ TEST(KilledRun, BackupsWithoutAMarkerAreStaleAndGo) {
     EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
     EXPECT_FALSE(fs::exists(dir / "backup_floor.GAR"));
     EXPECT_FALSE(fs::exists(p + ".refine.pos.backup"));
+}
+
+// The STRINTG files are checked while the pass reads them; when the check then refuses one,
+// the pass ends before the old results go: P.GAR is the very file it was (not a copy put
+// back), and the findings are the ones `check` gives.
+TEST(PreviousResults, ARunThatTheCheckOfItsSTRINTGFileRefusesLeavesTheResultsAlone) {
+    slabadapt::test::TempDir dir("refused");
+    const std::string p = ExampleWithResults(dir);
+    ASSERT_FALSE(p.empty());
+    const std::string gar = fixture::ReadFile(p + ".GAR");
+    const std::string pos = fixture::ReadFile(p + ".refine.pos");
+    struct stat before {};
+    ASSERT_EQ(::stat((p + ".GAR").c_str(), &before), 0);
+    // The first record's first value spoilt: P.msh and P.toml pass, the STRINTG file does not.
+    std::string strintg = fixture::ReadFile(p + ".STRINTG0001");
+    std::size_t at = 0;
+    for (int line = 1; line < 5; ++line)
+        at = strintg.find('\n', at) + 1;
+    strintg.replace(at + 16 + 3 * 15, 15, "            abc"); // mx, behind the coordinates
+    fixture::WriteFile(p + ".STRINTG0001", strintg);
+
+    const auto run =
+        slabadapt::test::RunSlabadapt({"run", p, "--target", "0.05", "--load-case", "101"});
+    const auto check = slabadapt::test::RunSlabadapt({"check", p, "--load-case", "101"});
+    EXPECT_EQ(run.code, slabadapt::cli::kExitDataError) << run.err;
+    EXPECT_NE(run.err.find("\"abc\", which is not a finite number"), std::string::npos) << run.err;
+    auto findings = [](const std::string& text) {
+        std::string lines;
+        std::istringstream in(text);
+        for (std::string line; std::getline(in, line);)
+            if (line.find(": error: ") != std::string::npos)
+                lines += line + '\n';
+        return lines;
+    };
+    EXPECT_EQ(run.err, findings(check.out + check.err) +
+                           "slabadapt: the project check found 1 error; nothing was run "
+                           "(--no-check runs anyway)\n");
+    struct stat after {};
+    ASSERT_EQ(::stat((p + ".GAR").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
+    EXPECT_EQ(fixture::ReadFile(p + ".refine.pos"), pos);
+    for (const char* leftover :
+         {"backup_floor.GAR", "floor.refine.pos.backup", "floor.run-pending"})
+        EXPECT_FALSE(fs::exists(dir.path() / leftover)) << leftover;
 }
 
 // Without a copy of the previous results nothing may run: the pass would delete P.GAR first.

@@ -33,24 +33,36 @@ TEST(StagesOf, EachStageRunsFromItsFirstMarkToItsLast) {
                                           {"summary read", 18.0, 11}};
     const auto stages = StagesOf(marks);
     const std::vector<std::pair<std::string, double>> expected = {
-        {"check the project", 1.0},
-        {"  of which P.msh and P.toml", 0.25},
-        {"  of which the STRINTG files", 0.75},
-        {"open the project (P.msh, P.toml)", 0.5},
-        {"read the STRINTG files", 1.0},
-        {"set up the estimator's records", 0.25},
-        {"estimate (recovery, errors, sizes)", 1.5},
-        {"store the results (P.GAR)", 1.25},
-        {"write the size field (P.refine.pos)", 0.5},
-        {"end the pass, commit P.GAR", 0.5},
-        {"read the summary back", 0.5}};
+        {"check P.msh and P.toml", 0.25},          {"check the STRINTG files", 0.75},
+        {"open the project (P.msh, P.toml)", 0.5}, {"read the STRINTG files", 1.0},
+        {"set up the estimator's records", 0.25},  {"estimate (recovery, errors, sizes)", 1.5},
+        {"store the results (P.GAR)", 1.25},       {"write the size field (P.refine.pos)", 0.5},
+        {"end the pass, commit P.GAR", 0.5},       {"read the summary back", 0.5}};
     ASSERT_EQ(stages.size(), expected.size());
     for (std::size_t i = 0; i < expected.size(); ++i) {
         EXPECT_EQ(stages[i].stage, expected[i].first);
         EXPECT_DOUBLE_EQ(stages[i].seconds, expected[i].second) << expected[i].first;
     }
-    EXPECT_EQ(stages[7].peakMegabytes, 10.0); // at the last save
-    EXPECT_EQ(stages[4].heapMegabytes, 7.5);  // in use when the set-up began
+    EXPECT_EQ(stages[6].peakMegabytes, 10.0); // at the last save
+    EXPECT_EQ(stages[3].heapMegabytes, 7.5);  // in use when the set-up began
+}
+
+TEST(StagesOf, TheSTRINTGFilesAreCheckedWhileThePassReadsThem) {
+    // The check's scan ends on its own thread during the reading; its verdict ("checked")
+    // comes when the reading is done.
+    const std::vector<StageMark> marks = {{"start", 10.0, 5},
+                                          {"project checked", 10.25, 6},
+                                          {"pass", 10.25, 6},
+                                          {"project opened", 10.5, 6},
+                                          {"STRINTG files checked", 11.0, 7},
+                                          {"checked", 11.75, 8},
+                                          {"setting up the estimator", 11.75, 8}};
+    const auto stages = StagesOf(marks);
+    ASSERT_EQ(stages.size(), 4u);
+    EXPECT_EQ(stages[1].stage, "check the STRINTG files");
+    EXPECT_DOUBLE_EQ(stages[1].seconds, 0.75);
+    EXPECT_EQ(stages[3].stage, "read the STRINTG files");
+    EXPECT_DOUBLE_EQ(stages[3].seconds, 1.25);
 }
 
 TEST(StagesOf, APassThatStopsBeforeTheEstimatorReadsUpToItsFirstSave) {
@@ -80,9 +92,10 @@ TEST(RunTimings, TheRunPrintsItsStagesAndPutsThemInTheJson) {
     std::size_t at = text.out.find("timings (wall time");
     ASSERT_NE(at, std::string::npos) << text.out;
     for (const char* stage :
-         {"check the project", "open the project", "read the STRINTG files",
-          "set up the estimator's records", "estimate (recovery, errors, sizes)",
-          "store the results", "write the size field", "end the pass", "read the summary back"}) {
+         {"check P.msh and P.toml", "check the STRINTG files", "open the project",
+          "read the STRINTG files", "set up the estimator's records",
+          "estimate (recovery, errors, sizes)", "store the results", "write the size field",
+          "end the pass", "read the summary back"}) {
         const std::size_t next = text.out.find(stage, at);
         EXPECT_NE(next, std::string::npos) << stage << " (in this order)\n" << text.out;
         at = next == std::string::npos ? at : next;
@@ -90,7 +103,7 @@ TEST(RunTimings, TheRunPrintsItsStagesAndPutsThemInTheJson) {
     const auto json = slabadapt::test::RunSlabadapt(
         {"run", p, "--target", "0.05", "--load-case", "101", "--timings", "--json"});
     ASSERT_EQ(json.code, 0) << json.err;
-    EXPECT_NE(json.out.find("\"timings\": [{\"stage\": \"check the project\", \"seconds\": "),
+    EXPECT_NE(json.out.find("\"timings\": [{\"stage\": \"check P.msh and P.toml\", \"seconds\": "),
               std::string::npos)
         << json.out;
     // Without --timings neither says a word of them.
@@ -107,6 +120,8 @@ TEST(ProgressLine, DrawsTheStageAfterASecondAndWipesItAtTheEnd) {
         ProgressLine line(out, true);
         host::framework::MarkStage("pass");
         host::framework::MarkStage("project opened");
+        // The check's end, on its own thread during the reading, leaves the stage as it is.
+        std::thread([] { host::framework::MarkStage("STRINTG files checked"); }).join();
         std::this_thread::sleep_for(std::chrono::milliseconds(1400));
     }
     host::framework::TakeStageMarks();
