@@ -11,6 +11,7 @@
 #include "cli/ProjectLock.h"
 #include "cli/StoredResults.h"
 #include "cli/VtuExport.h"
+#include "host/calclink/solver_writer.h"
 #include "host/framework/stage_clock.h"
 #include "host/outcome/combinations.h"
 #include "host/outcome/gar.h"
@@ -439,10 +440,17 @@ std::vector<StageTiming> StagesOf(const std::vector<host::framework::StageMark>&
     stage("store the results (P.GAR)", first("saving"), last("saved"));
     stage("write the size field (P.refine.pos)", first("writing the size field"),
           first("size field written"));
-    const host::framework::StageMark* passEnd = last("size field written");
-    if (passEnd == nullptr)
-        passEnd = last("saved");
-    stage("end the pass, commit P.GAR", passEnd, last("committed"));
+    // The size field may still be written while the pass ends (it is written beside the
+    // commit): the pass's end runs from its last mark before the commit.
+    const host::framework::StageMark* committed = last("committed");
+    const host::framework::StageMark* passEnd = nullptr;
+    for (const auto& m : marks)
+        if ((m.name == "saved" || m.name == "writing the size field" ||
+             m.name == "size field written") &&
+            committed != nullptr && m.seconds <= committed->seconds &&
+            (passEnd == nullptr || m.seconds >= passEnd->seconds))
+            passEnd = &m;
+    stage("end the pass, commit P.GAR", passEnd, committed);
     stage("read the summary back", last("committed"), last("summary read"));
     return stages;
 }
@@ -527,6 +535,8 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     const auto wallStart = std::chrono::steady_clock::now();
     host::framework::MarkStage("pass");
     CheckedExecute execute;
+    // P.refine.pos is written while P.GAR is committed and read back for the summary.
+    host::calclink::BackgroundSizeField sizeField;
     try {
         // The slabs' tables go into P.GAR in one transaction: all of them or none.
         host::outcome::GarSaveBatch batch(gar);
@@ -566,6 +576,15 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     report.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
     report.globalError = execute.GetAdaptivityResult();
+    auto fieldWritten = [&] {
+        try {
+            sizeField.Finish();
+        } catch (const std::exception&) {
+            // The writer's reason is not the pass's word (RunCommand names the usual ones).
+            if (report.code == Success)
+                report.code = WriteMeshRefinementFailed;
+        }
+    };
 
     if (WrittenSince(gar, garBefore)) {
         report.files.push_back({gar, "errors and new sizes per element: slabadapt results"});
@@ -583,7 +602,14 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
         }
     }
     host::framework::MarkStage("summary read");
-    report.timings = StagesOf(host::framework::TakeStageMarks());
+    fieldWritten();
+    const std::vector<host::framework::StageMark> marks = host::framework::TakeStageMarks();
+    // The pass ends when its last file is written.
+    const double start = std::chrono::duration<double>(wallStart.time_since_epoch()).count();
+    for (const host::framework::StageMark& mark : marks)
+        if (mark.name == "size field written")
+            report.seconds = std::max(report.seconds, mark.seconds - start);
+    report.timings = StagesOf(marks);
     report.warnings = UntrustedNumbers(report);
     if (report.code == Success && WrittenSince(pos, posBefore)) {
         const fs::path geo = host::outcome::ProjectFile(project, ".geo");

@@ -20,8 +20,7 @@ std::string ProgressLine::StageBegunBy(const std::string& mark) {
         {"estimating", "estimating the errors"},
         {"estimated", "storing the results in P.GAR"},
         {"saving", "storing the results in P.GAR"},
-        {"writing the size field", "writing the size field"},
-        {"size field written", "ending the pass"},
+        {"writing the size field", "writing the size field, committing P.GAR"},
         {"committed", "reading the summary back"},
     };
     for (const auto& [name, stage] : stages)

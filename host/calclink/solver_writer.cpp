@@ -100,10 +100,10 @@ void FormatEntries(std::size_t first, std::size_t last, const NodesOf& nodesOf,
     }
 }
 
-void WriteView(const std::filesystem::path& posFile, std::size_t elements, const NodesOf& nodesOf,
-               const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
-    CheckSizeField(elements, nodesOf, sizes, nodes);
-
+// The view of a checked field.
+void WriteCheckedView(const std::filesystem::path& posFile, std::size_t elements,
+                      const NodesOf& nodesOf, const std::vector<double>& sizes,
+                      const std::vector<CKQPoint3D>& nodes) {
     // Written to a temporary name and renamed, so that a mesher never reads half a field.
     const std::filesystem::path temporary = host::win32::TemporaryPathBeside(posFile);
     std::unique_ptr<std::FILE, int (*)(std::FILE*)> out(std::fopen(temporary.c_str(), "wb"),
@@ -155,7 +155,47 @@ void WriteView(const std::filesystem::path& posFile, std::size_t elements, const
     }
 }
 
+void WriteView(const std::filesystem::path& posFile, std::size_t elements, const NodesOf& nodesOf,
+               const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+    CheckSizeField(elements, nodesOf, sizes, nodes);
+    WriteCheckedView(posFile, elements, nodesOf, sizes, nodes);
+}
+
+// The writing a BackgroundSizeField waits for.
+std::mutex g_backgroundMutex;
+BackgroundSizeField* g_background = nullptr;
+
 } // namespace
+
+BackgroundSizeField::BackgroundSizeField() {
+    std::lock_guard lock(g_backgroundMutex);
+    if (g_background != nullptr)
+        throw std::logic_error("a second background size field");
+    g_background = this;
+}
+
+BackgroundSizeField::~BackgroundSizeField() {
+    {
+        std::lock_guard lock(g_backgroundMutex);
+        g_background = nullptr;
+    }
+    if (m_writing.valid())
+        m_writing.wait();
+}
+
+void BackgroundSizeField::Finish() {
+    if (m_writing.valid())
+        m_writing.get();
+}
+
+bool BackgroundSizeField::Start(std::function<void()> write) {
+    std::lock_guard lock(g_backgroundMutex);
+    if (g_background == nullptr)
+        return false;
+    g_background->Finish(); // an earlier field goes out first
+    g_background->m_writing = std::async(std::launch::async, std::move(write));
+    return true;
+}
 
 void WriteSizeField(const std::filesystem::path& posFile,
                     const std::vector<std::vector<unsigned long>>& elements,
@@ -201,7 +241,32 @@ void CSolverFEMcoWriter::WriteMeshRefinements(const CString& projectPath,
     if (nodes.size() != mesh.nodes.size())
         throw std::invalid_argument("the size field has " + std::to_string(nodes.size()) +
                                     " nodes, the mesh " + std::to_string(mesh.nodes.size()));
-    host::calclink::WriteMeshSizeField(host::outcome::ProjectFile(project, ".refine.pos"),
-                                       mesh.elements, refinement, nodes);
-    host::framework::MarkStage("size field written");
+    const std::filesystem::path posFile = host::outcome::ProjectFile(project, ".refine.pos");
+    auto nodesOf = [&mesh](std::size_t e) {
+        return std::span<const unsigned long>(mesh.elements[e].nodes);
+    };
+    host::calclink::CheckSizeField(mesh.elements.size(), nodesOf, refinement, nodes);
+    // The writing itself, with what it needs kept alive: the model (or the mesh read here)
+    // and copies of the two vectors, when it runs behind the caller's back.
+    struct Field {
+        std::shared_ptr<const host::outcome::Project> model;
+        std::optional<host::outcome::Mesh> own;
+        std::vector<double> sizes;
+        std::vector<CKQPoint3D> nodes;
+    };
+    auto write = [posFile](const host::outcome::Mesh& m, const std::vector<double>& sizes,
+                           const std::vector<CKQPoint3D>& points) {
+        host::calclink::WriteCheckedView(
+            posFile, m.elements.size(),
+            [&m](std::size_t e) { return std::span<const unsigned long>(m.elements[e].nodes); },
+            sizes, points);
+        host::framework::MarkStage("size field written");
+    };
+    if (host::calclink::BackgroundSizeField::Start(
+            [write, field = std::make_shared<Field>(
+                        Field{std::move(model), std::move(own), refinement, nodes})] {
+                write(field->model ? field->model->mesh : *field->own, field->sizes, field->nodes);
+            }))
+        return;
+    write(mesh, refinement, nodes);
 }

@@ -6,6 +6,7 @@
 
 #include <filesystem>
 #include <functional>
+#include <future>
 #include <vector>
 
 class CSolverFEMcoWriter {
@@ -36,6 +37,28 @@ void WriteSizeField(const std::filesystem::path& posFile,
 void WriteMeshSizeField(const std::filesystem::path& posFile,
                         const std::vector<host::outcome::MeshElement>& elements,
                         const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes);
+
+// While an object of this class lives, CSolverFEMcoWriter::WriteMeshRefinements checks its
+// arguments and reads P.msh as always (and throws as always) but writes P.refine.pos on a
+// thread of its own and returns at once, so that the caller goes on (commits its results, say)
+// while the field is written. Finish waits for the writing and throws what it threw; the
+// destructor waits too. One object at a time in a process.
+class BackgroundSizeField {
+public:
+    BackgroundSizeField();
+    ~BackgroundSizeField();
+    BackgroundSizeField(const BackgroundSizeField&) = delete;
+    BackgroundSizeField& operator=(const BackgroundSizeField&) = delete;
+
+    void Finish();
+
+    // Starts `write` on its own thread when an object lives (after the one it started before
+    // has ended); false when none does.
+    static bool Start(std::function<void()> write);
+
+private:
+    std::future<void> m_writing;
+};
 
 // A test seam: while set, CSolverFEMcoWriter::WriteMeshRefinements hands its three arguments
 // to the hook, exactly as it received them, instead of reading P.msh and writing

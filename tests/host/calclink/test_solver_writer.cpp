@@ -117,6 +117,49 @@ TEST_F(SolverWriterTest, SizesMustMatchTheMeshAndBePositive) {
     EXPECT_FALSE(std::filesystem::exists(Dir() / "proj.refine.pos"));
 }
 
+// Written behind the caller's back: the same bytes; what is wrong with the arguments still
+// throws at once (and nothing is started), what goes wrong in the writing throws from Finish.
+TEST_F(SolverWriterTest, AFieldWrittenInTheBackgroundIsTheSameAndFailsWhereItShould) {
+    Mesh mesh = MakeShuffledProject();
+    const std::vector<double> sizes = {0.1, 0.2, 0.3, 0.4, 0.5, 0.6};
+    CSolverFEMcoWriter writer;
+    const CString p(Project().string());
+    writer.WriteMeshRefinements(p, sizes, Coordinates(mesh));
+    const std::string direct = Read(Dir() / "proj.refine.pos");
+    std::filesystem::remove(Dir() / "proj.refine.pos");
+    {
+        host::calclink::BackgroundSizeField background;
+        EXPECT_THROW(host::calclink::BackgroundSizeField(), std::logic_error); // one at a time
+        std::vector<double> given = sizes;
+        writer.WriteMeshRefinements(p, given, Coordinates(mesh));
+        given.assign(6, 99.0); // the writing has its own copy
+        background.Finish();
+        EXPECT_EQ(Read(Dir() / "proj.refine.pos"), direct);
+
+        std::vector<double> bad = sizes;
+        bad[3] = 0.0;
+        EXPECT_THROW(writer.WriteMeshRefinements(p, bad, Coordinates(mesh)), std::invalid_argument);
+        EXPECT_NO_THROW(background.Finish());
+        EXPECT_EQ(Read(Dir() / "proj.refine.pos"), direct);
+
+        // A folder where the field goes: the rename fails in the writing, not in the call.
+        std::filesystem::remove(Dir() / "proj.refine.pos");
+        std::filesystem::create_directory(Dir() / "proj.refine.pos");
+        std::filesystem::create_directory(Dir() / "proj.refine.pos" / "inside");
+        EXPECT_NO_THROW(writer.WriteMeshRefinements(p, sizes, Coordinates(mesh)));
+        EXPECT_THROW(background.Finish(), std::runtime_error);
+        EXPECT_THAT(slabadapt::test::TemporaryFilesIn(Dir()), testing::IsEmpty());
+        std::filesystem::remove_all(Dir() / "proj.refine.pos");
+        // The destructor waits for a field it was not asked to finish.
+        writer.WriteMeshRefinements(p, sizes, Coordinates(mesh));
+    }
+    EXPECT_EQ(Read(Dir() / "proj.refine.pos"), direct);
+    // Without a background object the call writes the field itself again.
+    std::filesystem::remove(Dir() / "proj.refine.pos");
+    writer.WriteMeshRefinements(p, sizes, Coordinates(mesh));
+    EXPECT_EQ(Read(Dir() / "proj.refine.pos"), direct);
+}
+
 TEST_F(SolverWriterTest, AProjectWithoutMesh) {
     EXPECT_THROW(CSolverFEMcoWriter().WriteMeshRefinements(CString(Project().string()), {}, {}),
                  host::outcome::ProjectError);
