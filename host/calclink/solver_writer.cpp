@@ -65,16 +65,15 @@ void CheckSizeField(std::size_t elements, const NodesOf& nodesOf, const std::vec
     }
 }
 
-// The entries of elements [first, last) of the view, appended to text. Numbers have 17
-// significant digits as "%.17g" prints them (every double reads back exactly), by
-// std::to_chars: no locale (Gmsh wants a full stop whatever the caller's), no printf per value.
+// The entries of elements [first, last) of the view, appended to text. Each number is the
+// shortest text that reads back as the same double (std::to_chars): exact, about half the
+// bytes of 17 significant digits, no locale (Gmsh wants a full stop whatever the caller's).
 void FormatEntries(std::size_t first, std::size_t last, const NodesOf& nodesOf,
                    const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes,
                    std::string& text) {
     auto number = [&text](double v) {
         char digits[32];
-        const auto end =
-            std::to_chars(digits, digits + sizeof digits, v, std::chars_format::general, 17).ptr;
+        const auto end = std::to_chars(digits, digits + sizeof digits, v).ptr;
         text.append(digits, end);
     };
     for (std::size_t e = first; e < last; ++e) {

@@ -5,22 +5,25 @@
 
 #include <gmock/gmock.h>
 
+#include <bit>
+#include <charconv>
 #include <clocale>
 #include <cstdint>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
 #include <map>
 #include <regex>
 #include <set>
 
 namespace {
 
-// The view as printf writes it: "%.17g" for every number, the entries in element order.
-std::string PrintfView(const std::vector<std::vector<unsigned long>>& elements,
-                       const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
+// The view with every number in its shortest exact form, the entries in element order.
+std::string ShortestView(const std::vector<std::vector<unsigned long>>& elements,
+                         const std::vector<double>& sizes, const std::vector<CKQPoint3D>& nodes) {
     auto printed = [](double v) {
         char buffer[64];
-        std::snprintf(buffer, sizeof buffer, "%.17g", v);
-        return std::string(buffer);
+        return std::string(buffer, std::to_chars(buffer, buffer + sizeof buffer, v).ptr);
     };
     std::string view = "View \"refinement\" {\n";
     for (const auto& element : elements) {
@@ -65,13 +68,11 @@ TEST_F(SolverWriterTest, OneEntryPerElementWithTheNodalSizes) {
     writer.WriteMeshRefinements(CString(Project().string()), sizes, Coordinates(mesh));
     std::string pos = Read(Dir() / "proj.refine.pos");
     // Element 1 has nodes 1, 3, 6; element 2 nodes 1, 4, 3; element 3 nodes 4, 2, 5, 3.
-    EXPECT_EQ(
-        pos, "View \"refinement\" {\n"
-             "ST(0,0,0,2,2,0,0,2,0){0.10000000000000001,0.29999999999999999,0.59999999999999998};\n"
-             "ST(0,0,0,2,0,0,2,2,0){0.10000000000000001,0.40000000000000002,0.29999999999999999};\n"
-             "SQ(2,0,0,4,0,0,4,2,0,2,2,0){0.40000000000000002,0.20000000000000001,0.5,0."
-             "29999999999999999};\n"
-             "};\n");
+    EXPECT_EQ(pos, "View \"refinement\" {\n"
+                   "ST(0,0,0,2,2,0,0,2,0){0.1,0.3,0.6};\n"
+                   "ST(0,0,0,2,0,0,2,2,0){0.1,0.4,0.3};\n"
+                   "SQ(2,0,0,4,0,0,4,2,0,2,2,0){0.4,0.2,0.5,0.3};\n"
+                   "};\n");
     EXPECT_THAT(slabadapt::test::TemporaryFilesIn(Dir()), testing::IsEmpty());
 }
 
@@ -335,9 +336,9 @@ TEST_F(SolverWriterTest, GmshRemeshesFollowingTheWrittenField) {
     EXPECT_GT(next.elements.size(), 2 * mesh.elements.size());
 }
 
-// Every number of the view is written as "%.17g" writes it in the C locale: extremes,
-// subnormals, negative zero and ordinary values alike, so the file is the same as ever.
-TEST_F(SolverWriterTest, NumbersAreWrittenAsPrintfWritesThemWithSeventeenDigits) {
+// Every number of the view is the shortest text that reads back as the very same double:
+// extremes, subnormals, negative zero and ordinary values alike, never longer than "%.17g".
+TEST_F(SolverWriterTest, NumbersAreTheShortestThatReadBackExactly) {
     const std::vector<double> values = {0.1,
                                         -0.0,
                                         1e-300,
@@ -362,8 +363,36 @@ TEST_F(SolverWriterTest, NumbersAreWrittenAsPrintfWritesThemWithSeventeenDigits)
     const auto file = Dir() / "numbers.pos";
     host::calclink::WriteSizeField(file, elements, sizes, nodes);
 
-    const std::string expected = PrintfView(elements, sizes, nodes);
-    EXPECT_EQ(Read(file), expected);
+    const std::string text = Read(file);
+    EXPECT_EQ(text, ShortestView(elements, sizes, nodes));
+    for (const char* shortest : {"0.1,-0,1e-300", "5e-324,2.2250738585072014e-308,1e+300",
+                                 "-1.5e-07,12345678901234568,0.5", "0.3333333333333333,-2.5e+22"})
+        EXPECT_THAT(text, HasSubstr(shortest));
+    // Read back in the C locale, each number is the double that was written.
+    std::vector<double> written;
+    for (std::size_t at = text.find('('); at < text.size();) {
+        const std::size_t start = text.find_first_of("-0123456789", at);
+        if (start == std::string::npos)
+            break;
+        char* end = nullptr;
+        written.push_back(std::strtod(text.c_str() + start, &end));
+        at = static_cast<std::size_t>(end - text.c_str());
+        char printed[64];
+        std::snprintf(printed, sizeof printed, "%.17g", written.back());
+        EXPECT_LE(at - start, std::strlen(printed)) << text.substr(start, at - start);
+    }
+    std::vector<double> given;
+    for (const auto& element : elements) {
+        for (unsigned long n : element)
+            for (double v : {nodes[n - 1].x, nodes[n - 1].y, nodes[n - 1].z})
+                given.push_back(v);
+        for (unsigned long n : element)
+            given.push_back(sizes[n - 1]);
+    }
+    ASSERT_EQ(written.size(), given.size());
+    for (std::size_t i = 0; i < given.size(); ++i)
+        EXPECT_EQ(std::bit_cast<std::uint64_t>(written[i]), std::bit_cast<std::uint64_t>(given[i]))
+            << "number " << i << ": " << given[i];
 }
 
 // A large field is formatted in blocks, two at a time on two threads: the file must still be
@@ -394,7 +423,7 @@ TEST_F(SolverWriterTest, AFieldOfManyBlocksIsWrittenInElementOrder) {
         m.nodes = element;
         meshElements.push_back(m);
     }
-    const std::string expected = PrintfView(elements, sizes, nodes);
+    const std::string expected = ShortestView(elements, sizes, nodes);
     const auto lists = Dir() / "lists.pos";
     host::calclink::WriteSizeField(lists, elements, sizes, nodes);
     EXPECT_TRUE(Read(lists) == expected) << "the file differs from the entries in order";
