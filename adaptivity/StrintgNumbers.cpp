@@ -155,13 +155,14 @@ double ParseDouble(std::string_view text) {
             DigitsValue(Load8(f + 3), decimals);
         const int exponent = (text[13] - '0') * 10 + (text[14] - '0');
         const int scale = (text[12] == '-' ? -exponent : exponent) - decimals;
-        if (mantissa == 0)
-            return negative ? -0.0 : 0.0;
         if (scale >= -22 && scale <= 22) {
-            double value = static_cast<double>(mantissa);
-            value =
-                scale < 0 ? value / c_exactPowersOfTen[-scale] : value * c_exactPowersOfTen[scale];
-            return negative ? -value : value;
+            // The sign goes on before the exact operation, which rounds alike both ways: no
+            // branch on it (half the fields are negative, at random), and -0 stays -0.
+            const double value = std::bit_cast<double>(
+                std::bit_cast<std::uint64_t>(static_cast<double>(mantissa)) |
+                (static_cast<std::uint64_t>(negative) << 63));
+            return scale < 0 ? value / c_exactPowersOfTen[-scale]
+                             : value * c_exactPowersOfTen[scale];
         }
         return ParseDecimalByFromChars(text, static_cast<std::size_t>(9 - decimals), negative);
     }
