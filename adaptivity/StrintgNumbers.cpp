@@ -158,9 +158,9 @@ double ParseDouble(std::string_view text) {
         if (scale >= -22 && scale <= 22) {
             // The sign goes on before the exact operation, which rounds alike both ways: no
             // branch on it (half the fields are negative, at random), and -0 stays -0.
-            const double value = std::bit_cast<double>(
-                std::bit_cast<std::uint64_t>(static_cast<double>(mantissa)) |
-                (static_cast<std::uint64_t>(negative) << 63));
+            const double value =
+                std::bit_cast<double>(std::bit_cast<std::uint64_t>(static_cast<double>(mantissa)) |
+                                      (static_cast<std::uint64_t>(negative) << 63));
             return scale < 0 ? value / c_exactPowersOfTen[-scale]
                              : value * c_exactPowersOfTen[scale];
         }

@@ -217,9 +217,7 @@ bool IsNumberField(std::string_view text, double& value) {
 // Element number of a record: characters 0-7 read as a decimal integer the way the module
 // does (leading blanks, a sign, digits; anything else ends the number; nothing gives 0).
 long RecordElement(std::string_view line) {
-    const std::string field(
-        line.substr(0, std::min<std::size_t>(strintg::c_nElementNumberWidth, line.size())));
-    return std::strtol(field.c_str(), nullptr, 10);
+    return strintg::ParseInt(strintg::FieldAt(line, 0, strintg::c_nElementNumberWidth));
 }
 
 // The value fields of one record: each column of the header needs a field that reads as a

@@ -105,6 +105,8 @@ public:
             in.clear();
             m_text.assign(std::istreambuf_iterator<char>(in), std::istreambuf_iterator<char>());
         }
+        m_lines.reserve(static_cast<std::size_t>(std::count(m_text.begin(), m_text.end(), '\n')) +
+                        1);
         std::size_t at = 0;
         while (at < m_text.size()) {
             const std::size_t end = m_text.find('\n', at);
@@ -163,6 +165,8 @@ public:
     }
 
     std::size_t lineNo() const { return m_lineNo; }
+    // Lines not yet read (blank ones included): a bound on what the rest of the file holds.
+    std::size_t linesLeft() const { return m_lines.size() - m_next; }
 
     template <class Int> Int integer(std::string_view token, std::string_view what) const {
         Int value{};
@@ -297,6 +301,38 @@ private:
     std::vector<RawNode> m_dense;
     std::vector<char> m_present;
     std::unordered_map<std::uint64_t, RawNode> m_sparse;
+    std::size_t m_count = 0;
+};
+
+// The element tags read, kept as the nodes are: a table indexed by tag while tags stay within a
+// few times the number read so far, a set for the rest.
+class TagSet {
+public:
+    // False when the tag is there already.
+    bool insert(std::uint64_t tag) {
+        if (contains(tag))
+            return false;
+        if (tag < m_dense.size() || tag < 4 * (m_count + 1) + 4096) {
+            if (tag >= m_dense.size())
+                m_dense.resize(
+                    std::max<std::size_t>(static_cast<std::size_t>(tag) + 1, 2 * m_dense.size()),
+                    0);
+            m_dense[static_cast<std::size_t>(tag)] = 1;
+        } else {
+            m_sparse.insert(tag);
+        }
+        ++m_count;
+        return true;
+    }
+    bool contains(std::uint64_t tag) const {
+        if (tag < m_dense.size() && m_dense[static_cast<std::size_t>(tag)] != 0)
+            return true;
+        return !m_sparse.empty() && m_sparse.count(tag) != 0;
+    }
+
+private:
+    std::vector<char> m_dense;
+    std::unordered_set<std::uint64_t> m_sparse;
     std::size_t m_count = 0;
 };
 
@@ -481,6 +517,7 @@ private:
             // The count is the file's word: nothing is allocated for it in advance, so a count
             // that the file does not hold ends at its last line with a message.
             std::vector<std::uint64_t> tags;
+            tags.reserve(std::min(n, m_in.linesLeft()));
             std::vector<std::string_view> c;
             for (std::size_t i = 0; i < n; ++i) {
                 m_in.tokens(c, "a node tag", 1);
@@ -530,7 +567,7 @@ private:
             m_elementNodes.push_back(
                 m_in.integer<std::uint64_t>(t[first + static_cast<std::size_t>(k)], "a node tag"));
         e.nodeCount = static_cast<std::size_t>(info->nodes);
-        if (!m_elementTags.insert(tag).second)
+        if (!m_elementTags.insert(tag))
             m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " is defined twice");
         return e;
     }
@@ -578,6 +615,12 @@ private:
             if (auto it = m_entityPhysicals.find({dim, entity}); it != m_entityPhysicals.end())
                 phys = it->second;
             const std::vector<int>* blockPhysicals = physicalSet(phys);
+            // Room for the block, as far as the lines left can hold it.
+            const std::size_t room = std::min(n, m_in.linesLeft());
+            m_elements.reserve(m_elements.size() + room);
+            if (const ElementTypeInfo* info = elementType(type); info != nullptr)
+                m_elementNodes.reserve(m_elementNodes.size() +
+                                       room * static_cast<std::size_t>(info->nodes));
             std::vector<std::string_view> e;
             for (std::size_t i = 0; i < n; ++i) {
                 m_in.tokens(e, "an element: tag and node tags", 1);
@@ -624,12 +667,14 @@ private:
                 surfaceTags.insert(e.physicals->begin(), e.physicals->end());
 
         std::map<int, std::vector<const RawElement*>> bySlab;
+        std::size_t slabElements = 0;
         for (const RawElement& e : m_elements) {
             const ElementTypeInfo* info = elementType(e.type);
-            const std::string id = "element " + std::to_string(e.tag);
+            // Only a message needs it.
+            const auto id = [&e] { return "element " + std::to_string(e.tag); };
             if (e.dimension == 3)
-                m_in.fail(e.line,
-                          id + " is a " + info->name + "; a slab model has surface elements only");
+                m_in.fail(e.line, id() + " is a " + info->name +
+                                      "; a slab model has surface elements only");
             if (e.dimension < 2) {
                 // Lines and points (supports, edges) do not concern the slabs and are left out.
                 // A physical group has one dimension, so the tag of a line names a physical
@@ -641,27 +686,29 @@ private:
             }
             if (e.physicals->empty())
                 m_in.fail(e.line,
-                          id + " (surface " + std::to_string(e.entity) +
+                          id() + " (surface " + std::to_string(e.entity) +
                               ") is in no physical surface; each slab must be a Physical Surface");
             if (e.physicals->size() > 1)
-                m_in.fail(e.line, id + " (surface " + std::to_string(e.entity) +
+                m_in.fail(e.line, id() + " (surface " + std::to_string(e.entity) +
                                       ") is in more than one physical surface; a surface element "
                                       "belongs to one slab");
             if (e.type != 2 && e.type != 3)
-                m_in.fail(e.line, id + " is a " + info->name + " (Gmsh type " +
+                m_in.fail(e.line, id() + " is a " + info->name + " (Gmsh type " +
                                       std::to_string(e.type) +
                                       "); slabs take 3-node triangles (type 2) and 4-node "
                                       "quadrilaterals (type 3) only");
             const std::span<const std::uint64_t> nodes = nodesOf(e);
             for (std::size_t k = 0; k < nodes.size(); ++k) {
                 if (!m_nodes.contains(nodes[k]))
-                    m_in.fail(e.line, id + " references node " + std::to_string(nodes[k]) +
+                    m_in.fail(e.line, id() + " references node " + std::to_string(nodes[k]) +
                                           ", which $Nodes does not define");
                 for (std::size_t j = 0; j < k; ++j)
                     if (nodes[j] == nodes[k])
-                        m_in.fail(e.line, id + " uses node " + std::to_string(nodes[k]) + " twice");
+                        m_in.fail(e.line,
+                                  id() + " uses node " + std::to_string(nodes[k]) + " twice");
             }
             bySlab[e.physicals->front()].push_back(&e);
+            ++slabElements;
         }
         if (surfaceTags.empty()) {
             // Nothing at all (no element of any dimension): an empty mesh, when the caller
@@ -679,6 +726,7 @@ private:
 
         Mesh mesh;
         mesh.formatVersion = m_version;
+        mesh.elements.reserve(slabElements);
         // Nodes used by slab elements, in ascending Gmsh tag, and the number each gets. Gmsh
         // numbers nodes densely, so a table indexed by tag does; sparse tags take the general
         // way (sort and a map).
@@ -756,7 +804,7 @@ private:
     std::map<std::pair<int, int>, std::string> m_physicalNames;        // (dim, tag) -> name
     std::map<std::pair<int, int>, std::vector<int>> m_entityPhysicals; // (dim, entity) -> tags
     NodeTable m_nodes;
-    std::unordered_set<std::uint64_t> m_elementTags;
+    TagSet m_elementTags;
     std::vector<RawElement> m_elements;
     std::vector<std::uint64_t> m_elementNodes; // the node tags of all elements, in file order
     std::set<std::vector<int>> m_physicalSets; // the distinct sets of physical tags

@@ -1,5 +1,6 @@
 #pragma once
 // The geometry library's 3-D point and the vector between two points.
+#include <cmath>
 
 // A direction or difference in space.
 class CKQVector3D {
@@ -10,7 +11,7 @@ public:
     constexpr double X() const { return x; }
     constexpr double Y() const { return y; }
     constexpr double Z() const { return z; }
-    double Length() const;
+    double Length() const { return std::sqrt(LengthSquared()); }
     constexpr double LengthSquared() const { return x * x + y * y + z * z; }
     constexpr double Dot(const CKQVector3D& o) const { return x * o.x + y * o.y + z * o.z; }
     constexpr CKQVector3D Cross(const CKQVector3D& o) const {
@@ -54,7 +55,7 @@ public:
         y = py;
         z = pz;
     }
-    double Distance(const CKQPoint3D& o) const;
+    double Distance(const CKQPoint3D& o) const { return (*this - o).Length(); }
 
     friend constexpr CKQVector3D operator-(const CKQPoint3D& a, const CKQPoint3D& b) {
         return {a.x - b.x, a.y - b.y, a.z - b.z};

@@ -370,6 +370,21 @@ TEST_F(MeshReaderTest, TagsSetAsideAndTagsInTheirRangeAreOneNumbering) {
                 HasSubstr("node 5000 is defined twice"));
 }
 
+// Element tags are kept the same way: one far beyond those read so far goes aside, and a
+// second element of that tag is refused once the table's reach has grown past it.
+TEST_F(MeshReaderTest, ElementTagsSetAsideAreRefusedASecondTime) {
+    std::string elements = "6000 2 2 1 1 1 2 3\n";
+    for (int tag = 1; tag <= 1200; ++tag) // enough that 6000 lies within the table's reach
+        elements += std::to_string(tag) + " 2 2 1 1 1 2 3\n";
+    const std::string ok =
+        std::string(kHead22) + kNodes22 + "$Elements\n1201\n" + elements + "$EndElements\n";
+    EXPECT_EQ(ReadMesh(Write("aside.msh", ok)).elements.size(), 1201u);
+    const ProjectError e = ErrorOf(std::string(kHead22) + kNodes22 + "$Elements\n1202\n" +
+                                   elements + "6000 2 2 1 1 2 3 4\n$EndElements\n");
+    EXPECT_THAT(e.what(), HasSubstr("element 6000 is defined twice"));
+    EXPECT_EQ(e.line(), 12u + 1201u + 1u); // behind the header, the nodes and 1201 elements
+}
+
 TEST_F(MeshReaderTest, DuplicateTags) {
     EXPECT_THAT(ErrorOf(std::string(kHead22) + "$Nodes\n2\n1 0 0 0\n1 1 0 0\n$EndNodes\n").what(),
                 HasSubstr(":7: node 1 is defined twice"));
