@@ -213,7 +213,8 @@ namespace {
 // The database of a store, opened with a busy timeout; GarError when it cannot be.
 sqlite3* OpenDatabase(const std::filesystem::path& garFile, bool create) {
     sqlite3* db = nullptr;
-    const int flags = SQLITE_OPEN_READWRITE | (create ? SQLITE_OPEN_CREATE : 0);
+    const int flags =
+        SQLITE_OPEN_READWRITE | SQLITE_OPEN_NOMUTEX | (create ? SQLITE_OPEN_CREATE : 0);
     if (sqlite3_open_v2(garFile.c_str(), &db, flags, nullptr) != SQLITE_OK) {
         std::string message = db != nullptr ? sqlite3_errmsg(db) : "out of memory";
         sqlite3_close(db);
