@@ -145,26 +145,20 @@ constexpr std::uint64_t c_powersOfTenInt[] = {1,      10,      100,      1000,  
 // arithmetic rounds correctly (Clinger's fast path). Longer numbers and larger exponents go
 // through std::from_chars; infinities, NaNs and hexadecimal numbers through the runtime itself.
 double ParseDouble(std::string_view text) {
-    if (const int decimals = SolverFieldDecimals(text); decimals != 0) {
-        // The solver's own layout by its fixed positions: the mantissa and the scale the
-        // general path below finds for it, and the same conversion.
-        const char* f = text.data() + (8 - decimals); // the sign or blank, a digit, '.', ...
-        const bool negative = f[0] == '-';
-        const std::uint64_t mantissa =
-            static_cast<std::uint64_t>(f[1] - '0') * c_powersOfTenInt[decimals] +
-            DigitsValue(Load8(f + 3), decimals);
-        const int exponent = (text[13] - '0') * 10 + (text[14] - '0');
-        const int scale = (text[12] == '-' ? -exponent : exponent) - decimals;
-        if (scale >= -22 && scale <= 22) {
+    if (SolverField field; ReadSolverField(text, field)) {
+        // The solver's own layout by its fixed positions: a mantissa and scale of the same
+        // value as the general path below finds, and the same exact conversion (the quotient or
+        // product of two exact doubles is the correctly rounded value, whatever the pair).
+        if (field.scale >= -22 && field.scale <= 22) {
             // The sign goes on before the exact operation, which rounds alike both ways: no
             // branch on it (half the fields are negative, at random), and -0 stays -0.
-            const double value =
-                std::bit_cast<double>(std::bit_cast<std::uint64_t>(static_cast<double>(mantissa)) |
-                                      (static_cast<std::uint64_t>(negative) << 63));
-            return scale < 0 ? value / c_exactPowersOfTen[-scale]
-                             : value * c_exactPowersOfTen[scale];
+            const double value = std::bit_cast<double>(
+                std::bit_cast<std::uint64_t>(static_cast<double>(field.mantissa)) |
+                (static_cast<std::uint64_t>(field.negative) << 63));
+            return field.scale < 0 ? value / c_exactPowersOfTen[-field.scale]
+                                   : value * c_exactPowersOfTen[field.scale];
         }
-        return ParseDecimalByFromChars(text, static_cast<std::size_t>(9 - decimals), negative);
+        return ParseDecimalByFromChars(text, text.find_first_of("0123456789"), field.negative);
     }
     const std::size_t n = text.size();
     std::size_t i = 0;

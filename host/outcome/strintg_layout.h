@@ -8,6 +8,9 @@
 // 15-character field per column of the header, in ascending bit order of the columns' property
 // flags (the order of c_columnNames).
 #include <array>
+#include <bit>
+#include <cstdint>
+#include <cstring>
 #include <string_view>
 
 namespace strintg {
@@ -27,33 +30,62 @@ inline constexpr std::array<const char*, 19> c_columnNames = {
 constexpr long c_nHeaderLine = 3;
 constexpr long c_nFirstRecordLine = 5;
 
-// A whole value field in the exponent layout solvers write: eight decimals,
+// A value field in the exponent layout solvers write, by its fixed positions: eight decimals,
 // " d.ddddddddE+dd" or "-d.ddddddddE-dd" (the letter may be 'e'), or seven behind one more
-// blank, "  d.ddddddde+dd" (CalculiX results imported by slabadapt). The number of decimals,
-// 0 for any other field. The bulk of every file: readers may take it by its fixed positions.
-inline int SolverFieldDecimals(std::string_view field) {
+// blank, "  d.ddddddde+dd" (CalculiX results imported by slabadapt). The bulk of every file.
+struct SolverField {
+    bool negative = false;
+    std::uint64_t mantissa = 0; // the nine digits (seven decimals: ten times the eight)
+    int scale = 0;              // the decimal exponent of the mantissa's last digit
+};
+
+// The field read by its fixed positions; false for any field of another form (which then
+// takes the general way).
+inline bool ReadSolverField(std::string_view field, SolverField& out) {
     static_assert(c_nFieldWidth == 15);
     if (field.size() != static_cast<std::size_t>(c_nFieldWidth))
-        return 0;
-    const auto digit = [](char c) { return static_cast<unsigned char>(c - '0') < 10; };
+        return false;
     const char* f = field.data();
-    if ((f[11] != 'E' && f[11] != 'e') || (f[12] != '+' && f[12] != '-') || !digit(f[13]) ||
-        !digit(f[14]))
-        return 0;
-    bool decimals = true;
-    for (int i = 4; i < 11; ++i)
-        decimals &= digit(f[i]);
-    if (!decimals)
-        return 0;
-    if ((f[0] == ' ' || f[0] == '-') && digit(f[1]) && f[2] == '.' && digit(f[3]))
-        return 8;
-    if (f[0] == ' ' && (f[1] == ' ' || f[1] == '-') && digit(f[2]) && f[3] == '.')
-        return 7;
-    return 0;
+    const bool eight = f[2] == '.';
+    if (!eight && f[3] != '.')
+        return false;
+    // The decimals, eight characters from f[3] as one little-endian word: eight digits, or
+    // the full stop and seven, which are taken as eight with a zero behind.
+    std::uint64_t word;
+    std::memcpy(&word, f + 3, sizeof word);
+    if constexpr (std::endian::native == std::endian::big)
+        word = __builtin_bswap64(word);
+    if (!eight)
+        word = (word >> 8) | (std::uint64_t{'0'} << 56);
+    constexpr std::uint64_t highNibbles = 0xF0F0F0F0F0F0F0F0ULL;
+    constexpr std::uint64_t zeros = 0x3030303030303030ULL;
+    // A byte is a digit when its high nibble is 3 and its low nibble at most 9 (adding 6 keeps
+    // the high nibble); ASCII bytes cannot carry into their neighbours.
+    const std::uint64_t notDigits =
+        ((word & highNibbles) ^ zeros) | (((word + 0x0606060606060606ULL) & highNibbles) ^ zeros);
+    const auto digit = [](char c) { return static_cast<unsigned char>(c - '0') < 10; };
+    const char sign = eight ? f[0] : f[1];
+    const char lead = eight ? f[1] : f[2];
+    const bool ok = (notDigits == 0) & (sign == ' ' || sign == '-') & (eight || f[0] == ' ') &
+                    digit(lead) & ((f[11] | 0x20) == 'e') & (f[12] == '+' || f[12] == '-') &
+                    digit(f[13]) & digit(f[14]);
+    if (!ok)
+        return false;
+    // The eight digits' value, two, four and then eight at a time.
+    std::uint64_t d = word - zeros;
+    d = (d * 10 + (d >> 8)) & 0x00FF00FF00FF00FFULL;
+    d = (d * 100 + (d >> 16)) & 0x0000FFFF0000FFFFULL;
+    d = (d * 10000 + (d >> 32)) & 0xFFFFFFFFULL;
+    out.negative = sign == '-';
+    out.mantissa = static_cast<std::uint64_t>(lead - '0') * 100000000u + d;
+    const int exponent = (f[13] - '0') * 10 + (f[14] - '0');
+    out.scale = (f[12] == '-' ? -exponent : exponent) - 8;
+    return true;
 }
 
 inline bool IsSolverField(std::string_view field) {
-    return SolverFieldDecimals(field) != 0;
+    SolverField ignored;
+    return ReadSolverField(field, ignored);
 }
 
 } // namespace strintg
