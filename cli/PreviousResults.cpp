@@ -53,6 +53,15 @@ bool WriteMarker(const fs::path& marker, const std::string& text) {
     return !ec;
 }
 
+// Puts the size field set aside back. Where the run did not replace it, the name set aside is a
+// second name of the file in place, which a rename would leave as it is.
+void PutBackSizeField(const ProjectFiles& files, std::error_code& ec) {
+    if (fs::equivalent(files.posBackup, files.pos, ec))
+        fs::remove(files.posBackup, ec);
+    else
+        fs::rename(files.posBackup, files.pos, ec);
+}
+
 // Puts the backed-up store back. SQLite's journal of the pass belongs to the store being
 // replaced: left beside the copy, it would be played into it.
 bool RestoreStore(const fs::path& project, const ProjectFiles& files) {
@@ -109,7 +118,13 @@ PreviousResults::PreviousResults(const fs::path& given, std::ostream&)
                         files.garBackup.string() + " (a full disk?)";
     }
     if (m_problem.empty() && fs::is_regular_file(files.pos, ec)) {
-        fs::copy_file(files.pos, files.posBackup, fs::copy_options::overwrite_existing, ec);
+        // A second name for the file is enough: the size field is never changed in place (its
+        // writer puts a new file in its place), so the old one stays as it is under that name.
+        // A copy where the file system has no such names.
+        fs::remove(files.posBackup, ec);
+        fs::create_hard_link(files.pos, files.posBackup, ec);
+        if (ec)
+            fs::copy_file(files.pos, files.posBackup, fs::copy_options::overwrite_existing, ec);
         m_pos = !ec;
         if (!m_pos)
             m_problem = "cannot copy " + files.pos.string() + " aside (" + ec.message() + ")";
@@ -137,7 +152,7 @@ void PreviousResults::Settle(int code, std::ostream& err) {
     else if (m_gar)
         fs::remove(files.garBackup, ec);
     if (failed && m_pos)
-        fs::rename(files.posBackup, files.pos, ec);
+        PutBackSizeField(files, ec);
     else if (m_pos)
         fs::remove(files.posBackup, ec);
     if (m_pending)
@@ -180,8 +195,9 @@ void RecoverInterruptedRun(const fs::path& given, std::ostream& err) {
     if (keptNew) {
         fs::remove(files.posBackup, ec);
     } else if (hadPos && fs::exists(files.posBackup, ec)) {
-        fs::rename(files.posBackup, files.pos, ec);
-        changed = true;
+        const bool replaced = !fs::equivalent(files.posBackup, files.pos, ec);
+        PutBackSizeField(files, ec);
+        changed = changed || replaced;
     } else if (!hadPos && fs::exists(files.pos, ec)) {
         fs::remove(files.pos, ec); // the killed run's, whose results are gone
         changed = true;

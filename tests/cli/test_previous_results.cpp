@@ -41,6 +41,8 @@ TEST(PreviousResults, AFailedPassPutsThePreviousStoreAndSizeFieldBack) {
         EXPECT_FALSE(fs::exists(dir / leftover)) << leftover;
     const std::string gar = fixture::ReadFile(p + ".GAR");
     const std::string pos = fixture::ReadFile(p + ".refine.pos");
+    struct stat before {};
+    ASSERT_EQ(::stat((p + ".refine.pos").c_str(), &before), 0);
 
     // A pass that fails (its STRINTG file is gone; --no-check lets the module find out).
     fs::remove(p + ".STRINTG0002");
@@ -52,6 +54,11 @@ TEST(PreviousResults, AFailedPassPutsThePreviousStoreAndSizeFieldBack) {
         << failed.err;
     EXPECT_EQ(fixture::ReadFile(p + ".GAR"), gar);
     EXPECT_EQ(fixture::ReadFile(p + ".refine.pos"), pos);
+    // The size field was set aside under a second name, not copied: it is the very file.
+    struct stat after {};
+    ASSERT_EQ(::stat((p + ".refine.pos").c_str(), &after), 0);
+    EXPECT_EQ(after.st_ino, before.st_ino);
+    EXPECT_EQ(after.st_nlink, 1u);
     for (const char* leftover : {"backup_floor.GAR", "floor.refine.pos.backup"})
         EXPECT_FALSE(fs::exists(dir / leftover)) << leftover;
 
