@@ -158,6 +158,7 @@ bool CAdaptiveMeshData::ReadSTRINTGFile(const CString& projectPath, unsigned lon
 
     long flags = 0;
     FieldLayout layout = LayoutOf(flags);
+    CIntegrationPointData point;
     CLineReader reader(file.get());
     std::string_view bytes;
     for (long lineNumber = 1; reader.Next(bytes); ++lineNumber) {
@@ -171,7 +172,8 @@ bool CAdaptiveMeshData::ReadSTRINTGFile(const CString& projectPath, unsigned lon
 
         // Plain ASCII lines are read from their bytes; anything else is decoded as the
         // framework's reader decodes it, as character positions then differ from byte positions.
-        CIntegrationPointData point;
+        // Every record writes each field of the header's columns (a missing one as 0), so one
+        // point serves them all: the values of columns the header lacks stay 0 from its start.
         int element = 0;
         if (IsAscii(bytes)) {
             element = ParseInt(FieldAt(bytes, 0, c_nElementNumberWidth));
