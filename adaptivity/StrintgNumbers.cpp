@@ -56,11 +56,6 @@ double ParseDoubleByRuntime(std::string_view text) {
     return _wtof(wide.c_str());
 }
 
-// Powers of ten that doubles hold exactly.
-constexpr double c_exactPowersOfTen[] = {1e0,  1e1,  1e2,  1e3,  1e4,  1e5,  1e6,  1e7,
-                                         1e8,  1e9,  1e10, 1e11, 1e12, 1e13, 1e14, 1e15,
-                                         1e16, 1e17, 1e18, 1e19, 1e20, 1e21, 1e22};
-
 // The digits of a decimal number (from the first digit or '.') through std::from_chars, which
 // rounds correctly as wcstod does; out of range, the runtime gives its own answer.
 double ParseDecimalByFromChars(std::string_view text, std::size_t first, bool negative) {
@@ -139,27 +134,14 @@ constexpr std::uint64_t c_powersOfTenInt[] = {1,      10,      100,      1000,  
 
 } // namespace
 
-// _wtof over ASCII text in the "C" numeric locale, giving the same double as the runtime.
-// The bulk of every file, numbers of at most 19 digits whose decimal exponent lies within
-// +-22, is converted with one multiplication or division of two exact doubles, which IEEE
-// arithmetic rounds correctly (Clinger's fast path). Longer numbers and larger exponents go
-// through std::from_chars; infinities, NaNs and hexadecimal numbers through the runtime itself.
-double ParseDouble(std::string_view text) {
-    if (SolverField field; ReadSolverField(text, field)) {
-        // The solver's own layout by its fixed positions: a mantissa and scale of the same
-        // value as the general path below finds, and the same exact conversion (the quotient or
-        // product of two exact doubles is the correctly rounded value, whatever the pair).
-        if (field.scale >= -22 && field.scale <= 22) {
-            // The sign goes on before the exact operation, which rounds alike both ways: no
-            // branch on it (half the fields are negative, at random), and -0 stays -0.
-            const double value = std::bit_cast<double>(
-                std::bit_cast<std::uint64_t>(static_cast<double>(field.mantissa)) |
-                (static_cast<std::uint64_t>(field.negative) << 63));
-            return field.scale < 0 ? value / c_exactPowersOfTen[-field.scale]
-                                   : value * c_exactPowersOfTen[field.scale];
-        }
+// The general way of ParseDouble: numbers of at most 19 digits whose decimal exponent lies
+// within +-22 are converted with one multiplication or division of two exact doubles, which
+// IEEE arithmetic rounds correctly (Clinger's fast path). Longer numbers and larger exponents
+// go through std::from_chars; infinities, NaNs and hexadecimal numbers through the runtime
+// itself.
+double ParseDoubleInGeneral(std::string_view text) {
+    if (SolverField field; ReadSolverField(text, field)) // beyond the exact powers of ten
         return ParseDecimalByFromChars(text, text.find_first_of("0123456789"), field.negative);
-    }
     const std::size_t n = text.size();
     std::size_t i = 0;
     // Fields are right-aligned: skip their spaces eight at a time, then any other blanks.
