@@ -465,16 +465,17 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
         select += ", v" + std::to_string(c);
     Statement s(m_db, m_path, select + " FROM " + sqlName(table) + " ORDER BY row");
     std::vector<unsigned long> ids;
-    std::vector<std::vector<double>> values;
+    std::vector<double> values; // row by row
+    // Room for the rows the catalog names, as far as a table of the file's size can hold them.
+    ids.reserve(std::min<std::size_t>(rows, 1u << 20));
+    values.reserve(std::min<std::size_t>(std::size_t{rows} * columns, 1u << 22));
     while (s.step()) {
         if (static_cast<unsigned long>(s.integer(0)) != ids.size())
             throw GarError(m_path.string() + ": table " + table + " misses row " +
                            std::to_string(ids.size()));
         ids.push_back(static_cast<unsigned long>(s.integer(1)));
-        std::vector<double> row(columns);
         for (unsigned long c = 0; c < columns; ++c)
-            row[c] = s.real(static_cast<int>(c + 2));
-        values.push_back(std::move(row));
+            values.push_back(s.real(static_cast<int>(c + 2)));
     }
     if (ids.size() != rows)
         throw GarError(m_path.string() + ": table " + table + " has " + std::to_string(ids.size()) +
@@ -482,7 +483,7 @@ std::optional<CKQ_Result> GarStore::Load(const CKQ_ResultKey& key) const {
     CKQ_Result result(key, std::move(ids), columns);
     for (unsigned long r = 0; r < rows; ++r)
         for (unsigned long c = 0; c < columns; ++c)
-            result.SetValue(c, r, values[r][c]);
+            result.SetValue(c, r, values[std::size_t{r} * columns + c]);
     std::vector<std::string> columnNames = splitNames(names, columns);
     for (unsigned long c = 0; c < columnNames.size(); ++c)
         if (!columnNames[c].empty())
