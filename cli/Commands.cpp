@@ -4,6 +4,7 @@
 #include "adaptivity/AdaptiveMeshData.h"
 #include "adaptivity/AdaptivityResultsAPIImpl.h"
 #include "adaptivity/Version.h"
+#include "cli/CheckedResultsAccess.h"
 #include "cli/Envelope.h"
 #include "cli/Json.h"
 #include "cli/Progress.h"
@@ -335,60 +336,6 @@ bool Verdict(const CheckReport& check, std::ostream& err) {
         << "; nothing was run (--no-check runs anyway)\n";
     return false;
 }
-
-// The STRINTG files are checked on a thread of their own while the pass reads them; the pass
-// waits for the verdict before anything of the project changes. Its results access holds back
-// the removal of the old P.GAR until then and, when the check failed, ends the pass where its
-// reading ends, before the estimator: nothing is removed or written and nothing is printed but
-// the check's findings, as when the check runs first.
-class CheckedResultsAccess : public CAdaptivityResultsAPIImpl {
-public:
-    // Without a verdict to wait for (no check) it is the host's results access.
-    CheckedResultsAccess(fs::path project, std::function<bool()> verdict)
-        : m_project(std::move(project)), m_verdict(std::move(verdict)) {}
-
-    void DeleteResultFiles() override {
-        if (m_verdict)
-            m_deletePending = true;
-        else
-            CAdaptivityResultsAPIImpl::DeleteResultFiles();
-    }
-    bool PrepareAdaptiveMeshData(const std::vector<long>& loadCaseNumbers) override {
-        // A file that is no regular file (a FIFO would be waited on for ever, a device read
-        // without end) is not read before the check has named it.
-        if (m_verdict && !AllRegular(loadCaseNumbers) && !m_verdict()) {
-            m_stopped = true;
-            return false;
-        }
-        const bool read = CAdaptivityResultsAPIImpl::PrepareAdaptiveMeshData(loadCaseNumbers);
-        if (m_verdict && !m_verdict()) {
-            ClearAdaptiveMeshData();
-            m_stopped = true;
-            return false;
-        }
-        if (m_deletePending)
-            CAdaptivityResultsAPIImpl::DeleteResultFiles();
-        m_deletePending = false;
-        return read;
-    }
-    bool Stopped() const { return m_stopped; }
-
-private:
-    bool AllRegular(const std::vector<long>& loadCaseNumbers) {
-        for (long index : loadCaseNumbers) {
-            std::error_code ec;
-            const fs::path file = host::outcome::StrintgFile(m_project, index);
-            if (fs::exists(file, ec) && !fs::is_regular_file(file, ec))
-                return false;
-        }
-        return true;
-    }
-
-    fs::path m_project;
-    std::function<bool()> m_verdict;
-    bool m_deletePending = false;
-    bool m_stopped = false;
-};
 
 class CheckedExecute : public CAdaptExecute {
 public:
