@@ -2,7 +2,6 @@
 
 #include "adaptivity/AdaptExecute.h"
 #include "adaptivity/AdaptiveMeshData.h"
-#include "adaptivity/AdaptivityResultsAPIImpl.h"
 #include "adaptivity/Version.h"
 #include "cli/CheckedResultsAccess.h"
 #include "cli/Envelope.h"
@@ -14,7 +13,6 @@
 #include "cli/VtuExport.h"
 #include "host/calclink/solver_writer.h"
 #include "host/framework/stage_clock.h"
-#include "host/outcome/combinations.h"
 #include "host/outcome/gar.h"
 
 #include <algorithm>
@@ -33,6 +31,7 @@
 #include <optional>
 #include <regex>
 #include <sstream>
+#include <stdexcept>
 #include <string_view>
 
 #include <sys/stat.h>
@@ -441,10 +440,18 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     std::optional<StagedCheck> staged;
     std::future<void> scanning;
     std::optional<bool> passed;
+    bool checkFailed = false; // the check itself threw (its scan could not read a file, say)
     auto verdict = [&]() -> bool {
+        if (checkFailed)
+            throw std::runtime_error("the project check did not end");
         if (!passed) {
-            if (scanning.valid())
-                scanning.get();
+            try {
+                if (scanning.valid())
+                    scanning.get();
+            } catch (...) {
+                checkFailed = true;
+                throw;
+            }
             report.check = std::move(staged->Report());
             host::framework::MarkStage("checked"); // the findings follow
             passed = Verdict(*report.check, err);
@@ -523,15 +530,6 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
     report.seconds =
         std::chrono::duration<double>(std::chrono::steady_clock::now() - wallStart).count();
     report.globalError = execute.GetAdaptivityResult();
-    auto fieldWritten = [&] {
-        try {
-            sizeField.Finish();
-        } catch (const std::exception&) {
-            // The writer's reason is not the pass's word (RunCommand names the usual ones).
-            if (report.code == Success)
-                report.code = WriteMeshRefinementFailed;
-        }
-    };
 
     if (WrittenSince(gar, garBefore)) {
         report.files.push_back({gar, "errors and new sizes per element: slabadapt results"});
@@ -549,7 +547,14 @@ int RunPass(const RunOptions& options, RunReport& report, std::ostream& err) {
         }
     }
     host::framework::MarkStage("summary read");
-    fieldWritten();
+    try {
+        sizeField.Finish();
+    } catch (const std::exception&) {
+        // As when the module's write stage fails: the code is the pass's word (RunCommand
+        // names the usual reasons).
+        if (report.code == Success)
+            report.code = WriteMeshRefinementFailed;
+    }
     const std::vector<host::framework::StageMark> marks = host::framework::TakeStageMarks();
     // The pass ends when its last file is written.
     const double start = std::chrono::duration<double>(wallStart.time_since_epoch()).count();
