@@ -644,12 +644,14 @@ void CheckMesh(const Project& project, Collector& out) {
                              e + 1, tag, element.nodes.size()));
             continue;
         }
-        double longest = 0.0;
+        // The longest edge; one square root, of the largest square (the same number).
+        double longestSquared = 0.0;
         for (std::size_t i = 0; i < element.nodes.size(); ++i) {
             const auto& a = mesh.nodes[element.nodes[i] - 1].position;
             const auto& b = mesh.nodes[element.nodes[(i + 1) % element.nodes.size()] - 1].position;
-            longest = std::max(longest, a.Distance(b));
+            longestSquared = std::max(longestSquared, (a - b).LengthSquared());
         }
+        const double longest = std::sqrt(longestSquared);
         const double area = mesh.ElementArea(e + 1);
         if (!(area > 1e-12 * longest * longest))
             out.Error(msh, 0, "area",

@@ -57,6 +57,8 @@ public:
         sqlite3_reset(m_stmt);
         sqlite3_clear_bindings(m_stmt);
     }
+    // Ready for the next row, whose every parameter is bound again.
+    void next() { sqlite3_reset(m_stmt); }
 
     std::int64_t integer(int col) const { return sqlite3_column_int64(m_stmt, col); }
     double real(int col) const {
@@ -376,7 +378,7 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
         for (unsigned long c = 0; c < columns; ++c)
             row.bind(static_cast<int>(c + 3), result.GetValue(c, r));
         row.step();
-        row.reset();
+        row.next();
         if (hook)
             hook(key, r);
     }
