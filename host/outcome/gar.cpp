@@ -364,23 +364,56 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
     const unsigned long columns = result.GetCountOfColumns();
     std::string create =
         "CREATE TABLE " + sqlName(table) + "(row INTEGER PRIMARY KEY, element_id INTEGER NOT NULL";
-    std::string insert = "INSERT INTO " + sqlName(table) + " VALUES (?1, ?2";
-    for (unsigned long c = 0; c < columns; ++c) {
+    for (unsigned long c = 0; c < columns; ++c)
         create += ", v" + std::to_string(c) + " REAL";
-        insert += ", ?" + std::to_string(c + 3);
-    }
     exec(m_db, m_path, "DROP TABLE IF EXISTS " + sqlName(table));
     exec(m_db, m_path, create + ")");
-    Statement row(m_db, m_path, insert + ")");
-    for (unsigned long r = 0; r < result.GetCountOfRows(); ++r) {
-        row.bind(1, static_cast<std::int64_t>(r))
-            .bind(2, static_cast<std::int64_t>(result.GetElementId(r)));
+    // Rows go in by the block, one statement of many rows (SQLite's work per statement is
+    // spread over them), the rest one by one. Parameters of a row: its number, its element,
+    // its values.
+    const int perRow = static_cast<int>(columns) + 2;
+    const unsigned long block = std::max(1, 900 / perRow); // within SQLite's 999 parameters
+    auto insertOf = [&](unsigned long rows) {
+        std::string insert = "INSERT INTO " + sqlName(table) + " VALUES ";
+        for (unsigned long k = 0; k < rows; ++k) {
+            insert += k == 0 ? "(" : ", (";
+            for (int j = 0; j < perRow; ++j)
+                insert +=
+                    (j == 0 ? "?" : ", ?") + std::to_string(static_cast<int>(k) * perRow + j + 1);
+            insert += ")";
+        }
+        return insert;
+    };
+    auto bindRow = [&](Statement& statement, unsigned long k, unsigned long r) {
+        const int first = static_cast<int>(k) * perRow;
+        statement.bind(first + 1, static_cast<std::int64_t>(r))
+            .bind(first + 2, static_cast<std::int64_t>(result.GetElementId(r)));
         for (unsigned long c = 0; c < columns; ++c)
-            row.bind(static_cast<int>(c + 3), result.GetValue(c, r));
-        row.step();
-        row.next();
-        if (hook)
-            hook(key, r);
+            statement.bind(first + 3 + static_cast<int>(c), result.GetValue(c, r));
+    };
+    const unsigned long rows = result.GetCountOfRows();
+    unsigned long r = 0;
+    if (rows >= block) {
+        Statement many(m_db, m_path, insertOf(block));
+        for (; r + block <= rows; r += block) {
+            for (unsigned long k = 0; k < block; ++k)
+                bindRow(many, k, r + k);
+            many.step();
+            many.next();
+            if (hook)
+                for (unsigned long k = 0; k < block; ++k)
+                    hook(key, r + k);
+        }
+    }
+    if (r < rows) {
+        Statement one(m_db, m_path, insertOf(1));
+        for (; r < rows; ++r) {
+            bindRow(one, 0, r);
+            one.step();
+            one.next();
+            if (hook)
+                hook(key, r);
+        }
     }
     Statement catalog(m_db, m_path,
                       std::string("INSERT INTO gar_results(") + kCatalogColumns +

@@ -85,6 +85,47 @@ TEST_F(GarTest, RoundTripKeepsKeyRowsValuesAndNames) {
     EXPECT_FALSE(store.Load(SlabKey(3)).has_value());
 }
 
+// Rows go in by the block; tables of every length around a block's (and of several widths)
+// come back row for row, and the row hook sees every row once, in order.
+TEST_F(GarTest, TablesOfAnyLengthComeBackRowForRow) {
+    GarStore store(Gar());
+    std::vector<unsigned long> seen;
+    host::outcome::SetSaveRowHook(
+        [&seen](const CKQ_ResultKey&, unsigned long row) { seen.push_back(row); });
+    int slab = 1;
+    for (unsigned long columns : {1ul, 4ul, 5ul, 16ul}) {
+        const unsigned long block = 900 / (columns + 2);
+        for (unsigned long rows : {0ul, 1ul, block - 1, block, block + 1, 3 * block + 7}) {
+            std::vector<unsigned long> ids(rows);
+            for (unsigned long r = 0; r < rows; ++r)
+                ids[r] = r % 5 == 0 ? 0 : 1000 + 3 * r;
+            CKQ_Result result(SlabKey(slab++), ids, columns);
+            for (unsigned long r = 0; r < rows; ++r)
+                for (unsigned long c = 0; c < columns; ++c)
+                    if ((r + c) % 7 != 3) // some cells unset
+                        result.SetValue(c, r, 0.5 * static_cast<double>(r) - 1e3 * c + 1.0 / 3.0);
+            seen.clear();
+            ASSERT_TRUE(store.Save(result));
+            ASSERT_EQ(seen.size(), rows) << columns << " columns, " << rows << " rows";
+            for (unsigned long r = 0; r < rows; ++r)
+                ASSERT_EQ(seen[r], r);
+            const auto back = store.Load(result.GetKey());
+            ASSERT_TRUE(back.has_value());
+            ASSERT_EQ(back->GetCountOfRows(), rows);
+            ASSERT_EQ(back->GetCountOfColumns(), columns);
+            for (unsigned long r = 0; r < rows; ++r) {
+                ASSERT_EQ(back->GetElementId(r), ids[r]);
+                for (unsigned long c = 0; c < columns; ++c) {
+                    const double want = result.GetValue(c, r);
+                    const double got = back->GetValue(c, r);
+                    ASSERT_TRUE(std::isnan(want) ? std::isnan(got) : got == want)
+                        << "row " << r << ", column " << c;
+                }
+            }
+        }
+    }
+}
+
 TEST_F(GarTest, UnsetCellsAreNullAndComeBackAsNaN) {
     CKQ_Result saved(SlabKey(1), {1, 0, 3}, 2);
     saved.SetValue(0, 0, 1.25);
