@@ -15,7 +15,6 @@
 #include <string_view>
 #include <sys/stat.h>
 #include <unordered_map>
-#include <unordered_set>
 
 namespace host::outcome {
 
@@ -260,14 +259,14 @@ struct RawNode {
     std::size_t line;
 };
 
-// The nodes read, by Gmsh tag. Gmsh numbers nodes densely from 1, so tags go to a table indexed
-// by tag while they stay within a few times the number of nodes read so far; other tags (a
-// file numbered sparsely, or by hand) to a map. The table's bound grows with the nodes actually
-// read, never with a count the file announces.
-class NodeTable {
+// Values by Gmsh tag. Gmsh numbers nodes and elements densely from 1, so tags go to a table
+// indexed by tag while they stay within a few times the number of entries read so far; other
+// tags (a file numbered sparsely, or by hand) to a map. The table's bound grows with the
+// entries actually read, never with a count the file announces.
+template <class Value> class TagTable {
 public:
     // False when the tag is there already.
-    bool insert(std::uint64_t tag, const RawNode& node) {
+    bool insert(std::uint64_t tag, const Value& value) {
         if (contains(tag))
             return false;
         if (tag < m_dense.size() || tag < 4 * (m_count + 1) + 4096) {
@@ -277,10 +276,10 @@ public:
                 m_dense.resize(grown);
                 m_present.resize(grown, 0);
             }
-            m_dense[static_cast<std::size_t>(tag)] = node;
+            m_dense[static_cast<std::size_t>(tag)] = value;
             m_present[static_cast<std::size_t>(tag)] = 1;
         } else {
-            m_sparse.emplace(tag, node);
+            m_sparse.emplace(tag, value);
         }
         ++m_count;
         return true;
@@ -290,7 +289,7 @@ public:
             return true;
         return !m_sparse.empty() && m_sparse.count(tag) != 0;
     }
-    const RawNode& at(std::uint64_t tag) const {
+    const Value& at(std::uint64_t tag) const {
         if (tag < m_dense.size() && m_present[static_cast<std::size_t>(tag)] != 0)
             return m_dense[static_cast<std::size_t>(tag)];
         return m_sparse.at(tag);
@@ -298,43 +297,16 @@ public:
     std::size_t size() const { return m_count; }
 
 private:
-    std::vector<RawNode> m_dense;
+    std::vector<Value> m_dense;
     std::vector<char> m_present;
-    std::unordered_map<std::uint64_t, RawNode> m_sparse;
+    std::unordered_map<std::uint64_t, Value> m_sparse;
     std::size_t m_count = 0;
 };
 
-// The element tags read, kept as the nodes are: a table indexed by tag while tags stay within a
-// few times the number read so far, a set for the rest.
-class TagSet {
-public:
-    // False when the tag is there already.
-    bool insert(std::uint64_t tag) {
-        if (contains(tag))
-            return false;
-        if (tag < m_dense.size() || tag < 4 * (m_count + 1) + 4096) {
-            if (tag >= m_dense.size())
-                m_dense.resize(
-                    std::max<std::size_t>(static_cast<std::size_t>(tag) + 1, 2 * m_dense.size()),
-                    0);
-            m_dense[static_cast<std::size_t>(tag)] = 1;
-        } else {
-            m_sparse.insert(tag);
-        }
-        ++m_count;
-        return true;
-    }
-    bool contains(std::uint64_t tag) const {
-        if (tag < m_dense.size() && m_dense[static_cast<std::size_t>(tag)] != 0)
-            return true;
-        return !m_sparse.empty() && m_sparse.count(tag) != 0;
-    }
-
-private:
-    std::vector<char> m_dense;
-    std::unordered_set<std::uint64_t> m_sparse;
-    std::size_t m_count = 0;
-};
+using NodeTable = TagTable<RawNode>;
+// The element tags read, for their uniqueness alone.
+struct Seen {};
+using TagSet = TagTable<Seen>;
 
 // An element as the file gives it. Its node tags lie in the reader's one array of them, its
 // physical tags in a set shared by the elements that have the same (a block's, in 4.1): no
@@ -567,7 +539,7 @@ private:
             m_elementNodes.push_back(
                 m_in.integer<std::uint64_t>(t[first + static_cast<std::size_t>(k)], "a node tag"));
         e.nodeCount = static_cast<std::size_t>(info->nodes);
-        if (!m_elementTags.insert(tag))
+        if (!m_elementTags.insert(tag, Seen{}))
             m_in.fail(m_in.lineNo(), "element " + std::to_string(tag) + " is defined twice");
         return e;
     }
