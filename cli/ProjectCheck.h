@@ -101,8 +101,9 @@ void SplitStrintgScansForTests(std::optional<double> fraction);
 // A STRINTG value field (trimmed) that strtod reads whole as a finite number of magnitude at
 // most 1e150: the check's test of every value.
 bool IsTrustedValueField(std::string_view field);
-// A whole 15-character field in the solver's own layout, " d.ddddddddE+dd" or "-d...":
-// trusted at a glance. Never true where the full test of its trimmed text is false.
+// A whole 15-character field in one of the solvers' own layouts (strintg::IsSolverField:
+// " d.ddddddddE+dd", "  d.ddddddde-dd" and their negatives): trusted at a glance. Never true
+// where the full test of its trimmed text is false.
 bool IsSolverField(std::string_view field);
 // The same decided from the characters alone for the plain decimal fields a solver writes;
 // false for anything else (which then takes the full test). Never true where the full test
