@@ -4,6 +4,7 @@
 #include "adaptivity/LineReader.h"
 #include "adaptivity/StrintgFormat.h"
 
+#include "host/framework/stage_clock.h"
 #include "host/win32/win32.h"
 
 #include <algorithm>
@@ -13,6 +14,8 @@
 #include <limits>
 #include <memory>
 #include <string>
+
+#include <sys/stat.h>
 
 using namespace strintg;
 
@@ -160,8 +163,15 @@ bool CAdaptiveMeshData::ReadSTRINTGFile(const CString& projectPath, unsigned lon
     FieldLayout layout = LayoutOf(flags);
     CIntegrationPointData point;
     CLineReader reader(file.get());
+    // How far the reading is, for a progress display: the bytes read of the file's size.
+    struct stat status {};
+    const std::uint64_t size = ::fstat(::fileno(file.get()), &status) == 0
+                                   ? static_cast<std::uint64_t>(status.st_size)
+                                   : 0;
     std::string_view bytes;
     for (long lineNumber = 1; reader.Next(bytes); ++lineNumber) {
+        if ((lineNumber & 0xFFFF) == 0)
+            host::framework::MarkProgress(reader.Consumed(), size);
         if (lineNumber == c_nHeaderLine) {
             GetPropertyFlags(CString(host::win32::Utf8ToWide(bytes)), flags);
             layout = LayoutOf(flags);

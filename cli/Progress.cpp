@@ -67,9 +67,14 @@ void ProgressLine::Run() {
             std::chrono::duration<double>(std::chrono::steady_clock::now() - m_start).count();
         if (seconds < 1.0 || m_stage.empty())
             continue;
+        // How far the stage is, where it says (bytes of a STRINTG file read, rows stored).
+        char done[32] = "";
+        if (const host::framework::Progress p = host::framework::CurrentProgress(); p.total > 0)
+            std::snprintf(done, sizeof done, ", %.0f %%",
+                          100.0 * static_cast<double>(p.done) / static_cast<double>(p.total));
         char elapsed[32];
         std::snprintf(elapsed, sizeof elapsed, " (%.0f s)", seconds);
-        m_out << "\r\033[Kslabadapt: " << m_stage << elapsed << std::flush;
+        m_out << "\r\033[Kslabadapt: " << m_stage << done << elapsed << std::flush;
         m_drawn = true;
     }
 }

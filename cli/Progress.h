@@ -1,5 +1,6 @@
 #pragma once
-// A run's progress on one line of a terminal: which stage the run is in and for how long,
+// A run's progress on one line of a terminal: which stage the run is in, how far it has come
+// where the stage says (host::framework::MarkProgress) and for how long,
 // redrawn four times a second once the run has taken more than a second, wiped at each new
 // stage (so that what the run prints starts on a clean line) and at the end.
 // Nothing at all when the stream is no terminal (a file, a pipe, a test's string).

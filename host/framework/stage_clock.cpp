@@ -1,5 +1,7 @@
 #include "host/framework/stage_clock.h"
 
+#include <algorithm>
+#include <atomic>
 #include <chrono>
 #include <mutex>
 
@@ -13,7 +15,21 @@ constexpr std::size_t kMaxMarks = 4096;
 std::mutex g_mutex;
 std::vector<StageMark> g_marks;
 StageObserver g_observer;
+std::atomic<std::uint64_t> g_done{0};
+std::atomic<std::uint64_t> g_total{0};
 } // namespace
+
+void MarkProgress(std::uint64_t done, std::uint64_t total) {
+    g_done.store(std::min(done, total), std::memory_order_relaxed);
+    g_total.store(total, std::memory_order_relaxed);
+}
+
+Progress CurrentProgress() {
+    Progress progress;
+    progress.total = g_total.load(std::memory_order_relaxed);
+    progress.done = std::min(g_done.load(std::memory_order_relaxed), progress.total);
+    return progress;
+}
 
 void MarkStage(const std::string& name) {
     const double seconds =
@@ -26,6 +42,8 @@ void MarkStage(const std::string& name) {
     const struct mallinfo2 heap = ::mallinfo2();
     const double inUse = static_cast<double>(heap.uordblks + heap.hblkhd) / (1024.0 * 1024.0);
     StageObserver observer;
+    g_total.store(0, std::memory_order_relaxed);
+    g_done.store(0, std::memory_order_relaxed);
     {
         std::lock_guard lock(g_mutex);
         // A program that never takes the marks keeps only the newest ones.

@@ -400,6 +400,7 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
                 bindRow(many, k, r + k);
             many.step();
             many.next();
+            host::framework::MarkProgress(r + block, rows);
             if (hook)
                 for (unsigned long k = 0; k < block; ++k)
                     hook(key, r + k);

@@ -1,6 +1,7 @@
 // The integration-point data: STRINTG files read into one table per element, summed over load
 // cases, and the getters the estimator asks.
 #include "adaptivity/AdaptiveMeshData.h"
+#include "host/framework/stage_clock.h"
 #include "host/outcome/strintg_layout.h"
 #include "tests/adaptivity/support/strintg.h"
 #include "tests/support/locale.h"
@@ -815,6 +816,23 @@ TEST_F(StrintgReader, LongLinesAndLargeFilesReadAcrossBufferBoundaries) {
     ASSERT_TRUE(Prepare({1}));
     EXPECT_TRUE(SameTable(Table(), ReferenceRead(StrintgFile(dir, 1))));
     ASSERT_EQ(Table().size(), 15000u);
+}
+
+// A long reading says how far it is (for the progress line), in bytes of the file's size.
+TEST_F(StrintgReader, ALongReadingSaysHowFarItIs) {
+    std::vector<std::string> records;
+    for (int e = 1; e <= 20000; ++e)
+        for (int p = 1; p <= 4; ++p)
+            records.push_back(RecordLine(e, p, FullValues(e % 97, p)));
+    Write(1, StrintgText(AllColumns(), records));
+    const auto size = static_cast<std::uint64_t>(std::filesystem::file_size(StrintgFile(dir, 1)));
+    host::framework::MarkStage("reading");
+    ASSERT_TRUE(Prepare({1}));
+    const host::framework::Progress progress = host::framework::CurrentProgress();
+    EXPECT_EQ(progress.total, size);
+    EXPECT_GT(progress.done, size / 2); // the last word: 65536 lines of 80 004 in
+    EXPECT_LE(progress.done, size);
+    host::framework::TakeStageMarks();
 }
 
 TEST_F(StrintgReader, MatchesTheLiteralReaderOnRandomFiles) {

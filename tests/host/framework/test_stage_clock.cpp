@@ -44,3 +44,23 @@ TEST(StageClock, AnObserverSeesEachMarkAsItComes) {
 }
 
 } // namespace
+
+namespace {
+
+TEST(StageClock, ProgressIsTheStagesOwnAndNeverBeyondItsTotal) {
+    using host::framework::CurrentProgress;
+    using host::framework::MarkProgress;
+    host::framework::MarkStage("reading");
+    EXPECT_EQ(CurrentProgress().total, 0u); // nothing said yet
+    MarkProgress(45, 100);
+    EXPECT_EQ(CurrentProgress().done, 45u);
+    EXPECT_EQ(CurrentProgress().total, 100u);
+    MarkProgress(130, 100); // a file that grew while it was read, say
+    EXPECT_EQ(CurrentProgress().done, 100u);
+    host::framework::MarkStage("storing"); // a new stage starts from nothing
+    EXPECT_EQ(CurrentProgress().done, 0u);
+    EXPECT_EQ(CurrentProgress().total, 0u);
+    host::framework::TakeStageMarks();
+}
+
+} // namespace
