@@ -713,13 +713,6 @@ bool IsPlainTrustedNumber(std::string_view text) {
     return p == end && places + exponent <= 150;
 }
 
-// The 15 characters of a value as the solver writes it, " d.ddddddddE+dd" (or with "-"):
-// decided at a glance, as nearly every field is. One digit before the point and an exponent of
-// two digits keep it far below kLargestTrustedValue; anything else takes the full test.
-bool IsSolverField(std::string_view field) {
-    return strintg::IsSolverField(field);
-}
-
 void SplitStrintgScansForTests(std::optional<double> fraction) {
     g_scanSplitFraction = fraction;
 }

@@ -4,6 +4,7 @@
 // file and line, or the element or node, where it was found.
 #include "adaptivity/ResultLayout.h"
 #include "host/outcome/project.h"
+#include "host/outcome/strintg_layout.h"
 
 #include <cstddef>
 #include <filesystem>
@@ -101,10 +102,11 @@ void SplitStrintgScansForTests(std::optional<double> fraction);
 // A STRINTG value field (trimmed) that strtod reads whole as a finite number of magnitude at
 // most 1e150: the check's test of every value.
 bool IsTrustedValueField(std::string_view field);
-// A whole 15-character field in one of the solvers' own layouts (strintg::IsSolverField:
-// " d.ddddddddE+dd", "  d.ddddddde-dd" and their negatives): trusted at a glance. Never true
-// where the full test of its trimmed text is false.
-bool IsSolverField(std::string_view field);
+// A whole 15-character field in one of the solvers' own layouts (" d.ddddddddE+dd",
+// "  d.ddddddde-dd" and their negatives): trusted at a glance. Never true where the full test
+// of its trimmed text is false: one digit before the point and an exponent of two digits keep
+// it far below the largest value the check trusts.
+using strintg::IsSolverField;
 // The same decided from the characters alone for the plain decimal fields a solver writes;
 // false for anything else (which then takes the full test). Never true where the full test
 // is false.

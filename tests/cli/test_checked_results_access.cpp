@@ -9,6 +9,8 @@
 
 #include <gtest/gtest.h>
 
+#include <functional>
+
 #include <sys/stat.h>
 
 namespace {
@@ -29,6 +31,13 @@ protected:
         return access.PrepareAdaptiveMeshData({1});
     }
     bool Gar() const { return fs::exists(project.string() + ".GAR"); }
+    // A check that refuses the project, counting how often it is asked.
+    std::function<bool()> Refusing() {
+        return [this] {
+            ++asked;
+            return false;
+        };
+    }
 
     slabadapt::test::TempDir dir{"checked-access"};
     fs::path project;
@@ -52,10 +61,7 @@ TEST_F(CheckedAccess, APassedCheckRemovesTheOldResultsOnlyWhenTheReadingIsDone) 
 }
 
 TEST_F(CheckedAccess, ARefusedCheckEndsThePassAndKeepsTheOldResults) {
-    CheckedResultsAccess access(project, [this] {
-        ++asked;
-        return false;
-    });
+    CheckedResultsAccess access(project, Refusing());
     EXPECT_FALSE(Start(access));
     EXPECT_EQ(asked, 1);
     EXPECT_TRUE(access.Stopped());
@@ -77,10 +83,7 @@ TEST_F(CheckedAccess, AFileThatIsNoRegularFileIsNotReadBeforeTheVerdict) {
     const std::string strintg = project.string() + ".STRINTG0001";
     fs::remove(strintg);
     ASSERT_EQ(::mkfifo(strintg.c_str(), 0600), 0);
-    CheckedResultsAccess access(project, [this] {
-        ++asked;
-        return false;
-    });
+    CheckedResultsAccess access(project, Refusing());
     EXPECT_FALSE(Start(access));
     EXPECT_EQ(asked, 1);
     EXPECT_TRUE(access.Stopped());
