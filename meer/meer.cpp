@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <cmath>
+#include <cstring>
 
 namespace meerspace {
 
@@ -134,6 +135,56 @@ inline void accumulate_terms(double* __restrict b0, double* __restrict b1, doubl
         b0[j] += v[j] * p0;
         b1[j] += v[j] * p1;
         b2[j] += v[j] * p2;
+    }
+}
+
+// b_t[j] = sum over the points i of rows[i][j] p_t[i], for the three terms of the basis and
+// every column j. Each sum runs over the points in their order, as adding point after point
+// into b would, so the sums are the same to the last bit; but four columns are summed at a
+// time over all points, so that their twelve sums stay in registers instead of going to
+// memory and back at every point.
+__attribute__((target_clones("avx2", "default"))) void
+accumulate_points(double* __restrict b0, double* __restrict b1, double* __restrict b2,
+                  const double* const* rows, const double* p0, const double* p1, const double* p2,
+                  std::size_t points, std::size_t columns) {
+    using Quad = double __attribute__((vector_size(32)));
+    std::size_t j = 0;
+    for (; j + 8 <= columns; j += 8) {
+        Quad s0a = {}, s0b = {}, s1a = {}, s1b = {}, s2a = {}, s2b = {};
+        for (std::size_t i = 0; i < points; ++i) {
+            Quad va, vb;
+            std::memcpy(&va, rows[i] + j, sizeof va);
+            std::memcpy(&vb, rows[i] + j + 4, sizeof vb);
+            const Quad q0 = {p0[i], p0[i], p0[i], p0[i]};
+            const Quad q1 = {p1[i], p1[i], p1[i], p1[i]};
+            const Quad q2 = {p2[i], p2[i], p2[i], p2[i]};
+            s0a += va * q0;
+            s0b += vb * q0;
+            s1a += va * q1;
+            s1b += vb * q1;
+            s2a += va * q2;
+            s2b += vb * q2;
+        }
+        std::memcpy(b0 + j, &s0a, sizeof s0a);
+        std::memcpy(b0 + j + 4, &s0b, sizeof s0b);
+        std::memcpy(b1 + j, &s1a, sizeof s1a);
+        std::memcpy(b1 + j + 4, &s1b, sizeof s1b);
+        std::memcpy(b2 + j, &s2a, sizeof s2a);
+        std::memcpy(b2 + j + 4, &s2b, sizeof s2b);
+    }
+    for (; j < columns; ++j) {
+        double s0 = 0.0;
+        double s1 = 0.0;
+        double s2 = 0.0;
+        for (std::size_t i = 0; i < points; ++i) {
+            const double v = rows[i][j];
+            s0 += v * p0[i];
+            s1 += v * p1[i];
+            s2 += v * p2[i];
+        }
+        b0[j] = s0;
+        b1[j] = s1;
+        b2[j] = s2;
     }
 }
 
@@ -646,14 +697,24 @@ void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
     const std::size_t columns = static_cast<std::size_t>(k) * static_cast<std::size_t>(nq);
     if (fit_b_.size() < 3 * columns)
         fit_b_.resize(3 * columns);
-    std::fill(fit_b_.begin(), fit_b_.begin() + static_cast<std::ptrdiff_t>(3 * columns), 0.0);
     double* b[3] = {fit_b_.data(), fit_b_.data() + columns, fit_b_.data() + 2 * columns};
     double a00 = 0.0, a01 = 0.0, a02 = 0.0, a11 = 0.0, a12 = 0.0, a22 = 0.0;
+    std::size_t points = 0;
+    for (std::int32_t i = 0; i < centre.elems.size(); ++i)
+        points += static_cast<std::size_t>(std::max(elements[centre.elems[i]].n_ips1, 0));
+    if (fit_p_.size() < 3 * points) {
+        fit_p_.resize(3 * points);
+        fit_rows_.resize(points);
+    }
+    double* pt[3] = {fit_p_.data(), fit_p_.data() + points, fit_p_.data() + 2 * points};
+    const double** rows = fit_rows_.data();
+    std::size_t point = 0;
     for (std::int32_t i = 0; i < centre.elems.size(); ++i) {
         const std::int32_t e = centre.elems[i];
         const ELEMENT& el = elements[e];
+        // The point's values of all quantities are one row of the columns.
         const double* held = cached ? cached_element_values(e, quantities, nq, k) : nullptr;
-        for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
+        for (std::int32_t ip = 0; ip < el.n_ips1; ++ip, ++point) {
             double u = 0.0;
             double w = 0.0;
             coordinates(el.ip_coords[ip], u, w);
@@ -664,19 +725,40 @@ void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
             a11 += p.p1 * p.p1;
             a12 += p.p1 * p.p2;
             a22 += p.p2 * p.p2;
-            if (held) {
-                // The point's values of all quantities are one row of the columns.
-                accumulate_terms(b[0], b[1], b[2], held + columns * static_cast<std::size_t>(ip),
-                                 static_cast<std::int32_t>(columns), p.p0, p.p1, p.p2);
-                continue;
-            }
-            for (std::int32_t q = 0; q < nq; ++q) {
-                const MEER_IPValues kind = quantities[q].kind;
-                const std::int32_t count = give_IPs1_values_count(e, ip, kind);
-                double* v = values_buffer(*quantities[q].buffer, count, k);
-                give_IPs1_values(e, ip, kind, count, v);
-                const std::size_t at = static_cast<std::size_t>(q) * static_cast<std::size_t>(k);
-                accumulate_terms(b[0] + at, b[1] + at, b[2] + at, v, k, p.p0, p.p1, p.p2);
+            pt[0][point] = p.p0;
+            pt[1][point] = p.p1;
+            pt[2][point] = p.p2;
+            rows[point] = held ? held + columns * static_cast<std::size_t>(ip) : nullptr;
+        }
+    }
+    // The rows are read where the cache holds them, unless two elements of the patch share
+    // a slot of the cache (the later one then took the earlier one's place): then, and
+    // without the cache, the values are asked for again point by point.
+    bool held = cached;
+    for (std::int32_t i = 0; held && i < centre.elems.size(); ++i)
+        held = cache_holds(centre.elems[i]);
+    if (held) {
+        accumulate_points(b[0], b[1], b[2], rows, pt[0], pt[1], pt[2], points, columns);
+    } else {
+        std::fill(fit_b_.begin(), fit_b_.begin() + static_cast<std::ptrdiff_t>(3 * columns), 0.0);
+        point = 0;
+        for (std::int32_t i = 0; i < centre.elems.size(); ++i) {
+            const std::int32_t e = centre.elems[i];
+            const ELEMENT& el = elements[e];
+            for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
+                const double p0 = pt[0][point];
+                const double p1 = pt[1][point];
+                const double p2 = pt[2][point];
+                ++point;
+                for (std::int32_t q = 0; q < nq; ++q) {
+                    const MEER_IPValues kind = quantities[q].kind;
+                    const std::int32_t count = give_IPs1_values_count(e, ip, kind);
+                    double* v = values_buffer(*quantities[q].buffer, count, k);
+                    give_IPs1_values(e, ip, kind, count, v);
+                    const std::size_t at =
+                        static_cast<std::size_t>(q) * static_cast<std::size_t>(k);
+                    accumulate_terms(b[0] + at, b[1] + at, b[2] + at, v, k, p0, p1, p2);
+                }
             }
         }
     }
@@ -739,15 +821,18 @@ bool MEER::reset_value_cache(std::int32_t r, std::int32_t nq) {
     cache_stride_ = stride;
     cache_mask_ = slots - 1;
     cache_tag_.assign(slots, -1);
-    if (cache_values_.size() < stride * slots)
-        cache_values_.resize(stride * slots);
+    if (cache_capacity_ < stride * slots) {
+        // Not zeroed: a slot is written before it is read (every tag is -1 until then).
+        cache_values_ = std::make_unique_for_overwrite<double[]>(stride * slots);
+        cache_capacity_ = stride * slots;
+    }
     return true;
 }
 
 const double* MEER::cached_element_values(std::int32_t e, const FitQuantity* quantities,
                                           std::int32_t nq, std::int32_t k) {
     const std::uint32_t slot = static_cast<std::uint32_t>(e) & cache_mask_;
-    double* held = cache_values_.data() + cache_stride_ * slot;
+    double* held = cache_values_.get() + cache_stride_ * slot;
     if (cache_tag_[slot] == e)
         return held;
     const ELEMENT& el = elements[e];
@@ -756,9 +841,13 @@ const double* MEER::cached_element_values(std::int32_t e, const FitQuantity* qua
         for (std::int32_t q = 0; q < nq; ++q) {
             const MEER_IPValues kind = quantities[q].kind;
             const std::int32_t count = give_IPs1_values_count(e, ip, kind);
-            double* v = values_buffer(*quantities[q].buffer, count, k);
-            give_IPs1_values(e, ip, kind, count, v);
-            std::copy(v, v + k, out);
+            if (count == k) {
+                give_IPs1_values(e, ip, kind, count, out); // straight into the cache
+            } else {
+                double* v = values_buffer(*quantities[q].buffer, count, k);
+                give_IPs1_values(e, ip, kind, count, v);
+                std::copy(v, v + k, out);
+            }
             out += k;
         }
     }

@@ -217,6 +217,9 @@ private:
     // [point][quantity][component], from the cache or asked of the derived class.
     const double* cached_element_values(std::int32_t e, const FitQuantity* quantities,
                                         std::int32_t nq, std::int32_t k);
+    bool cache_holds(std::int32_t e) const {
+        return cache_tag_[static_cast<std::uint32_t>(e) & cache_mask_] == e;
+    }
     // Empties the cache and shapes it for the elements of region r; false when they would
     // not fit in its memory (the fit then asks for every point as it goes).
     bool reset_value_cache(std::int32_t r, std::int32_t nq);
@@ -248,6 +251,8 @@ private:
     std::vector<double> s1_;
     std::vector<double> s2_;
     std::vector<double> fit_b_;
+    std::vector<double> fit_p_;           // the basis at each point of the patch, by term
+    std::vector<const double*> fit_rows_; // each point's row of values in the cache
     std::vector<double> boundary_work_;
     std::vector<NODE*> patch_;
     std::vector<double> fit_mean_;
@@ -255,9 +260,10 @@ private:
     // its values are asked once and kept while the neighbouring patches are fitted. Direct
     // mapped by element index; one region at a time.
     std::vector<std::int32_t> cache_tag_; // element held by each slot, -1 none
-    std::vector<double> cache_values_;
-    std::size_t cache_stride_ = 0; // doubles per slot
-    std::uint32_t cache_mask_ = 0; // slots - 1
+    std::unique_ptr<double[]> cache_values_;
+    std::size_t cache_capacity_ = 0; // doubles
+    std::size_t cache_stride_ = 0;   // doubles per slot
+    std::uint32_t cache_mask_ = 0;   // slots - 1
 };
 
 } // namespace meerspace

@@ -66,9 +66,12 @@ inline bool ReadSolverField(std::string_view field, SolverField& out) {
     const auto digit = [](char c) { return static_cast<unsigned char>(c - '0') < 10; };
     const char sign = eight ? f[0] : f[1];
     const char lead = eight ? f[1] : f[2];
-    const bool ok = (notDigits == 0) & (sign == ' ' || sign == '-') & (eight || f[0] == ' ') &
-                    digit(lead) & ((f[11] | 0x20) == 'e') & (f[12] == '+' || f[12] == '-') &
-                    digit(f[13]) & digit(f[14]);
+    // All tests are made, without a branch between them.
+    const auto bit = [](bool b) { return static_cast<unsigned>(b); };
+    const bool ok =
+        (bit(notDigits == 0) & bit(sign == ' ' || sign == '-') & bit(eight || f[0] == ' ') &
+         bit(digit(lead)) & bit((f[11] | 0x20) == 'e') & bit(f[12] == '+' || f[12] == '-') &
+         bit(digit(f[13])) & bit(digit(f[14]))) != 0;
     if (!ok)
         return false;
     // The eight digits' value, two, four and then eight at a time.

@@ -173,6 +173,28 @@ TEST(RecoveryExact, ElementsFarApartInNumberingStillGiveTheSameBits) {
     expect_same_bits(mesh);
 }
 
+TEST(RecoveryExact, ElementsOfOnePatchInTheSameSlotOfTheCacheGiveTheSameBits) {
+    // The engine keeps the values of 4096 elements, by element number modulo 4096. Here the
+    // right-hand neighbour of element i (i even, i < 400) is renumbered 4096 + i, so that
+    // two elements of the patches around their shared nodes take the same slot: the later one
+    // displaces the earlier one while the patch is being gathered.
+    TestMesh mesh;
+    add_grid(mesh, 75, 60, 7.5, 6.0, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, Cells::Quads, 0, 0.3);
+    ASSERT_GT(mesh.elements.size(), 4096u + 400u);
+    for (std::size_t i = 0; i < 400; i += 2)
+        std::swap(mesh.elements[i + 1], mesh.elements[4096 + i]);
+    // At least one node lies in two elements whose numbers differ by 4096.
+    std::size_t shared = 0;
+    for (std::size_t i = 0; i < 400; i += 2) {
+        const auto& a = mesh.elements[i].nodes;
+        const auto& b = mesh.elements[4096 + i].nodes;
+        for (std::int32_t n : a)
+            shared += static_cast<std::size_t>(std::count(b.begin(), b.end(), n));
+    }
+    ASSERT_GT(shared, 0u);
+    expect_same_bits(mesh);
+}
+
 TEST(RecoveryExact, ElementsWithMoreSamplingPointsThanTheirNeighboursShareTheCache) {
     TestMesh mesh;
     add_grid(mesh, 4, 4, 1.0, 1.0, {0, 0, 0}, {1, 0, 0}, {0, 1, 0}, Cells::Mixed, 0, 0.15);
