@@ -166,10 +166,6 @@ std::int32_t wrappedSquare(std::int32_t v) {
 
 } // namespace
 
-std::int32_t Xvctr::size() const {
-    return n;
-}
-
 // ---- Dvctr -------------------------------------------------------------------------------
 
 Dvctr::Dvctr(std::int32_t count) {
@@ -575,7 +571,7 @@ void Lvctr::reserve(std::int32_t count) {
     reserveExactly(*this, count);
 }
 
-void Lvctr::resize(std::int32_t count) {
+void Lvctr::grow(std::int32_t count) {
     n = 0;
     reserve(count);
     n = count;
@@ -827,56 +823,6 @@ void Elem3D::setProduct(const Dmtrx& m, const Elem3D& q) {
     x = m(0, 0) * qx + m(0, 1) * qy + m(0, 2) * qz;
     y = m(1, 0) * qx + m(1, 1) * qy + m(1, 2) * qz;
     z = m(2, 0) * qx + m(2, 1) * qy + m(2, 2) * qz;
-}
-
-void VectoR::setDifference(const Elem3D& a, const Elem3D& b) {
-    x = a.x - b.x;
-    y = a.y - b.y;
-    z = a.z - b.z;
-}
-
-void VectoR::setCross(const Elem3D& u, const Elem3D& v) {
-    const double cx = u.y * v.z - u.z * v.y;
-    const double cy = u.z * v.x - u.x * v.z;
-    const double cz = u.x * v.y - u.y * v.x;
-    x = cx;
-    y = cy;
-    z = cz;
-}
-
-void VectoR::add(const Elem3D& v) {
-    x += v.x;
-    y += v.y;
-    z += v.z;
-}
-
-double VectoR::length() const {
-    return std::sqrt(x * x + y * y + z * z);
-}
-
-void VectoR::normalize() {
-    const double l = length();
-    x /= l;
-    y /= l;
-    z /= l;
-}
-
-VectoR operator-(const PoinT& a, const PoinT& b) {
-    VectoR d;
-    d.setDifference(a, b);
-    return d;
-}
-
-VectoR operator+(const VectoR& a, const VectoR& b) {
-    VectoR s(a.x, a.y, a.z);
-    s.add(b);
-    return s;
-}
-
-VectoR cross(const Elem3D& u, const Elem3D& v) {
-    VectoR c;
-    c.setCross(u, v);
-    return c;
 }
 
 void Rotation3::rotateComponents(Dvctr& v) const {

@@ -13,6 +13,7 @@
 //   object is changed.
 // - Six-component symmetric tensors are held as (xx, yy, zz, yz, xz, xy), shear components
 //   not doubled.
+#include <cmath>
 #include <cstddef>
 #include <cstdint>
 #include <cstdio>
@@ -52,7 +53,7 @@ public:
     std::int32_t n = 0;        // elements in use
     std::int32_t capacity = 0; // elements allocated; 0 for a borrowed buffer
 
-    std::int32_t size() const override; // slot 2, the only one defined here
+    std::int32_t size() const override { return n; } // slot 2, the only one defined here
 
     virtual int isInteger() const = 0; // slot 5
     // this[i] = other[j]; other must be of this vector's own concrete type.
@@ -184,8 +185,15 @@ public:
     void release();
     void detach();
     void reserve(std::int32_t n);
-    // No borrowed test here (unlike Dvctr::resize).
-    void resize(std::int32_t n);
+    // No borrowed test here (unlike Dvctr::resize). Within the capacity only the count
+    // changes, which the engine's loops do once per node.
+    void resize(std::int32_t count) {
+        if (count <= capacity) {
+            n = count;
+            return;
+        }
+        grow(count);
+    }
     // Grows to n keeping the existing elements; new elements are not initialised.
     void extend(std::int32_t n);
     void assign(const std::int32_t* values, std::int32_t n);
@@ -198,6 +206,9 @@ public:
     std::int32_t sum() const; // wraps modulo 2^32 like the 32-bit arithmetic it stands for
     std::int32_t countNonZero() const;
     std::int32_t countZero() const;
+
+private:
+    void grow(std::int32_t count); // resize beyond the capacity
 };
 
 // Matrix bookkeeping.
@@ -283,25 +294,58 @@ struct PoinT : Elem3D {
     using Elem3D::Elem3D;
 };
 
-// A direction in space.
+// A direction in space. The small operations are defined here, where the compiler can put
+// them in place in the engine's loops.
 struct VectoR : Elem3D {
     using Elem3D::Elem3D;
 
     // this = a - b.
-    void setDifference(const Elem3D& a, const Elem3D& b);
+    void setDifference(const Elem3D& a, const Elem3D& b) {
+        x = a.x - b.x;
+        y = a.y - b.y;
+        z = a.z - b.z;
+    }
     // this = u x v (u or v may be this object).
-    void setCross(const Elem3D& u, const Elem3D& v);
+    void setCross(const Elem3D& u, const Elem3D& v) {
+        const double cx = u.y * v.z - u.z * v.y;
+        const double cy = u.z * v.x - u.x * v.z;
+        const double cz = u.x * v.y - u.y * v.x;
+        x = cx;
+        y = cy;
+        z = cz;
+    }
     // this += v.
-    void add(const Elem3D& v);
-    double length() const;
+    void add(const Elem3D& v) {
+        x += v.x;
+        y += v.y;
+        z += v.z;
+    }
+    double length() const { return std::sqrt(x * x + y * y + z * z); }
     // Divides by the length (no test for 0).
-    void normalize();
+    void normalize() {
+        const double l = length();
+        x /= l;
+        y /= l;
+        z /= l;
+    }
 };
 
 // The direction from b to a.
-VectoR operator-(const PoinT& a, const PoinT& b);
-VectoR operator+(const VectoR& a, const VectoR& b);
-VectoR cross(const Elem3D& u, const Elem3D& v);
+inline VectoR operator-(const PoinT& a, const PoinT& b) {
+    VectoR d;
+    d.setDifference(a, b);
+    return d;
+}
+inline VectoR operator+(const VectoR& a, const VectoR& b) {
+    VectoR s(a.x, a.y, a.z);
+    s.add(b);
+    return s;
+}
+inline VectoR cross(const Elem3D& u, const Elem3D& v) {
+    VectoR c;
+    c.setCross(u, v);
+    return c;
+}
 
 // A fixed 3 x 3 rotation held as nine doubles in row order.
 struct Rotation3 {

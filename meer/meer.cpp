@@ -138,15 +138,16 @@ inline void accumulate_terms(double* __restrict b0, double* __restrict b1, doubl
     }
 }
 
-// b_t[j] = sum over the points i of rows[i][j] p_t[i], for the three terms of the basis and
-// every column j. Each sum runs over the points in their order, as adding point after point
-// into b would, so the sums are the same to the last bit; but four columns are summed at a
-// time over all points, so that their twelve sums stay in registers instead of going to
-// memory and back at every point.
+// b_t[j] = sum over the points i of rows[i][j] p_t[i], for the three terms of the linear
+// basis (1, u, v) and every column j. Each sum runs over the points in their order, as adding
+// point after point into b would, so the sums are the same to the last bit (the constant
+// term's products v x 1 are v itself, so they are not formed); but eight columns are summed
+// at a time over all points, so that their sums stay in registers instead of going to memory
+// and back at every point.
 __attribute__((target_clones("avx2", "default"))) void
-accumulate_points(double* __restrict b0, double* __restrict b1, double* __restrict b2,
-                  const double* const* rows, const double* p0, const double* p1, const double* p2,
-                  std::size_t points, std::size_t columns) {
+accumulate_linear(double* __restrict b0, double* __restrict b1, double* __restrict b2,
+                  const double* const* rows, const double* u, const double* w, std::size_t points,
+                  std::size_t columns) {
     using Quad = double __attribute__((vector_size(32)));
     std::size_t j = 0;
     for (; j + 8 <= columns; j += 8) {
@@ -155,11 +156,10 @@ accumulate_points(double* __restrict b0, double* __restrict b1, double* __restri
             Quad va, vb;
             std::memcpy(&va, rows[i] + j, sizeof va);
             std::memcpy(&vb, rows[i] + j + 4, sizeof vb);
-            const Quad q0 = {p0[i], p0[i], p0[i], p0[i]};
-            const Quad q1 = {p1[i], p1[i], p1[i], p1[i]};
-            const Quad q2 = {p2[i], p2[i], p2[i], p2[i]};
-            s0a += va * q0;
-            s0b += vb * q0;
+            const Quad q1 = {u[i], u[i], u[i], u[i]};
+            const Quad q2 = {w[i], w[i], w[i], w[i]};
+            s0a += va;
+            s0b += vb;
             s1a += va * q1;
             s1b += vb * q1;
             s2a += va * q2;
@@ -178,9 +178,9 @@ accumulate_points(double* __restrict b0, double* __restrict b1, double* __restri
         double s2 = 0.0;
         for (std::size_t i = 0; i < points; ++i) {
             const double v = rows[i][j];
-            s0 += v * p0[i];
-            s1 += v * p1[i];
-            s2 += v * p2[i];
+            s0 += v;
+            s1 += v * u[i];
+            s2 += v * w[i];
         }
         b0[j] = s0;
         b1[j] = s1;
@@ -635,7 +635,7 @@ void MEER::assemble_patch(NODE& node, std::vector<NODE*>& patch) {
         if (std::find(patch.begin(), patch.end(), m) == patch.end())
             patch.push_back(m);
     };
-    for (std::int32_t i = 0; i < node.elems.size(); ++i) {
+    for (std::int32_t i = 0; i < node.elems.n; ++i) {
         const ELEMENT& el = elements[node.elems[i]];
         for (std::int32_t j = 0; j < el.n_nodes; ++j) {
             NODE* m = &nodes[el.nodes[j]];
@@ -700,7 +700,7 @@ void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
     double* b[3] = {fit_b_.data(), fit_b_.data() + columns, fit_b_.data() + 2 * columns};
     double a00 = 0.0, a01 = 0.0, a02 = 0.0, a11 = 0.0, a12 = 0.0, a22 = 0.0;
     std::size_t points = 0;
-    for (std::int32_t i = 0; i < centre.elems.size(); ++i)
+    for (std::int32_t i = 0; i < centre.elems.n; ++i)
         points += static_cast<std::size_t>(std::max(elements[centre.elems[i]].n_ips1, 0));
     if (fit_p_.size() < 3 * points) {
         fit_p_.resize(3 * points);
@@ -709,7 +709,7 @@ void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
     double* pt[3] = {fit_p_.data(), fit_p_.data() + points, fit_p_.data() + 2 * points};
     const double** rows = fit_rows_.data();
     std::size_t point = 0;
-    for (std::int32_t i = 0; i < centre.elems.size(); ++i) {
+    for (std::int32_t i = 0; i < centre.elems.n; ++i) {
         const std::int32_t e = centre.elems[i];
         const ELEMENT& el = elements[e];
         // The point's values of all quantities are one row of the columns.
@@ -735,14 +735,14 @@ void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
     // a slot of the cache (the later one then took the earlier one's place): then, and
     // without the cache, the values are asked for again point by point.
     bool held = cached;
-    for (std::int32_t i = 0; held && i < centre.elems.size(); ++i)
+    for (std::int32_t i = 0; held && i < centre.elems.n; ++i)
         held = cache_holds(centre.elems[i]);
     if (held) {
-        accumulate_points(b[0], b[1], b[2], rows, pt[0], pt[1], pt[2], points, columns);
+        accumulate_linear(b[0], b[1], b[2], rows, pt[1], pt[2], points, columns);
     } else {
         std::fill(fit_b_.begin(), fit_b_.begin() + static_cast<std::ptrdiff_t>(3 * columns), 0.0);
         point = 0;
-        for (std::int32_t i = 0; i < centre.elems.size(); ++i) {
+        for (std::int32_t i = 0; i < centre.elems.n; ++i) {
             const std::int32_t e = centre.elems[i];
             const ELEMENT& el = elements[e];
             for (std::int32_t ip = 0; ip < el.n_ips1; ++ip) {
@@ -768,7 +768,7 @@ void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
     if (!a.factor(upper)) {
         // A singular patch is tolerated only for a lone element that the bridge itself
         // declares degenerate: the node then takes the element's mean value.
-        if (centre.elems.size() == 1 && !is_element_valid(centre.elems[0])) {
+        if (centre.elems.n == 1 && !is_element_valid(centre.elems[0])) {
             for (std::int32_t q = 0; q < nq; ++q)
                 take_element_mean(centre, centre.elems[0], quantities[q], k);
             return;
