@@ -17,6 +17,12 @@ function(slabadapt_library target)
         $<INSTALL_INTERFACE:${CMAKE_INSTALL_INCLUDEDIR}>)
     target_compile_features(${target} PUBLIC cxx_std_20)
     set_target_properties(${target} PROPERTIES POSITION_INDEPENDENT_CODE ON)
+    # Position-independent (so that the libraries can go into a shared library too), but our
+    # functions are not meant to be replaced at load time: let the compiler take a function
+    # into its callers within a file as it does without -fPIC (clang assumes so already).
+    if(CMAKE_CXX_COMPILER_ID STREQUAL "GNU")
+        target_compile_options(${target} PRIVATE -fno-semantic-interposition)
+    endif()
     if(ARG_EXPORT_NAME)
         set_target_properties(${target} PROPERTIES EXPORT_NAME ${ARG_EXPORT_NAME})
         add_library(slabadapt::${ARG_EXPORT_NAME} ALIAS ${target})
