@@ -738,6 +738,7 @@ void MEER::fit_patch_quantities(std::int32_t r, const std::vector<NODE*>& patch,
     for (std::int32_t i = 0; held && i < centre.elems.n; ++i)
         held = cache_holds(centre.elems[i]);
     if (held) {
+        // The basis is (1, u, v) (spr_basis): its constant term is 1 at every point.
         accumulate_linear(b[0], b[1], b[2], rows, pt[1], pt[2], points, columns);
     } else {
         std::fill(fit_b_.begin(), fit_b_.begin() + static_cast<std::ptrdiff_t>(3 * columns), 0.0);
