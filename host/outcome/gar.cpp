@@ -7,6 +7,7 @@
 #include <cstdio>
 #include <limits>
 #include <mutex>
+#include <optional>
 #include <sqlite3.h>
 
 namespace host::outcome {
@@ -392,29 +393,24 @@ bool GarStore::Save(const CKQ_Result& result, bool replace) {
             statement.bind(first + 3 + static_cast<int>(c), result.GetValue(c, r));
     };
     const unsigned long rows = result.GetCountOfRows();
-    unsigned long r = 0;
-    if (rows >= block) {
-        Statement many(m_db, m_path, insertOf(block));
-        for (; r + block <= rows; r += block) {
-            for (unsigned long k = 0; k < block; ++k)
-                bindRow(many, k, r + k);
-            many.step();
-            many.next();
+    std::optional<Statement> many; // of a block of rows
+    std::optional<Statement> one;  // of the last rows, one by one
+    for (unsigned long r = 0; r < rows;) {
+        const bool full = rows - r >= block;
+        const unsigned long count = full ? block : 1;
+        std::optional<Statement>& insert = full ? many : one;
+        if (!insert)
+            insert.emplace(m_db, m_path, insertOf(count));
+        for (unsigned long k = 0; k < count; ++k)
+            bindRow(*insert, k, r + k);
+        insert->step();
+        insert->next();
+        if (full)
             host::framework::MarkProgress(r + block, rows);
-            if (hook)
-                for (unsigned long k = 0; k < block; ++k)
-                    hook(key, r + k);
-        }
-    }
-    if (r < rows) {
-        Statement one(m_db, m_path, insertOf(1));
-        for (; r < rows; ++r) {
-            bindRow(one, 0, r);
-            one.step();
-            one.next();
-            if (hook)
-                hook(key, r);
-        }
+        if (hook)
+            for (unsigned long k = 0; k < count; ++k)
+                hook(key, r + k);
+        r += count;
     }
     Statement catalog(m_db, m_path,
                       std::string("INSERT INTO gar_results(") + kCatalogColumns +
